@@ -1,0 +1,36 @@
+# sr_library: a library of this program with its portable sources and the platform sources of this build.
+#   sr_library(<name> SOURCES a.cpp ... WIN a_win.cpp ... POSIX a_posix.cpp ... LIBS ...)
+function(sr_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;WIN;POSIX;LIBS" ${ARGN})
+  set(sources ${ARG_SOURCES})
+  if(WIN32)
+    list(APPEND sources ${ARG_WIN})
+  else()
+    list(APPEND sources ${ARG_POSIX})
+  endif()
+  add_library(${name} STATIC ${sources})
+  target_link_libraries(${name} PUBLIC ${ARG_LIBS})
+endfunction()
+
+# Test data lives in tests/data; a Windows test under Wine reaches it through the Z: drive.
+if(WIN32)
+  set(SR_TEST_DATA_DIR "Z:${CMAKE_SOURCE_DIR}/tests/data")
+else()
+  set(SR_TEST_DATA_DIR "${CMAKE_SOURCE_DIR}/tests/data")
+endif()
+
+# sr_test: one GoogleTest executable, registered with CTest. Windows builds run it under Wine in a prefix
+# of the build tree's own.
+#   sr_test(<name> SOURCES ... LIBS ... [LABELS ...])
+function(sr_test name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBS;LABELS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE ${ARG_LIBS} GTest::gmock GTest::gtest_main)
+  target_compile_definitions(${name} PRIVATE SR_TEST_DATA_DIR="${SR_TEST_DATA_DIR}")
+  add_test(NAME ${name} COMMAND ${name})
+  set(env "SR_TEST_BINARY_DIR=${CMAKE_CURRENT_BINARY_DIR}")
+  if(WIN32)
+    list(APPEND env "WINEPREFIX=${CMAKE_BINARY_DIR}/wineprefix" "WINEDEBUG=-all")
+  endif()
+  set_tests_properties(${name} PROPERTIES ENVIRONMENT "${env}" LABELS "${ARG_LABELS}" TIMEOUT 900)
+endfunction()

@@ -1,0 +1,48 @@
+// A zip archive writer over zlib: deflate, CRC-32, folder entries, UTF-8 names, ZIP64 where needed.
+// The archive is written to a temporary file beside the target and renamed over it only by Commit, so
+// that a run that fails never destroys an existing archive.
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "core/common/error.h"
+
+namespace Zip {
+
+struct TestAccess;
+
+class ZipWriter {
+public:
+    // Fails with code 0x4000a when the temporary file beside `target` cannot be created.
+    static Common::Error Create(const std::filesystem::path& target, std::unique_ptr<ZipWriter>& writer);
+
+    ZipWriter(const ZipWriter&) = delete;
+    ZipWriter& operator=(const ZipWriter&) = delete;
+    // Without a successful Commit the temporary file is removed and the target is left as it was.
+    ~ZipWriter();
+
+    // `name` is UTF-8 with '/' between folders (a '\\' is turned into '/', leading '/' are dropped; an empty
+    // name or a ".." component is refused); `modified` is stored as a DOS time stamp in local time and,
+    // exactly, in an extended-timestamp field. Errors carry code 0x40007; a failed entry leaves no trace.
+    Common::Error AddFile(std::string_view name, std::string_view data, std::time_t modified);
+    // Streams a file from disk; the file is read once (its size need not be known beforehand).
+    Common::Error AddFileFromDisk(std::string_view name, const std::filesystem::path& source, std::time_t modified);
+    // A folder entry ("name/"): keeps empty folders visible in the archive.
+    Common::Error AddFolder(std::string_view name, std::time_t modified);
+    // Writes the central directory and renames the temporary file over the target (code 0x4000a when that
+    // rename fails). The writer takes no entry after Commit, whether it succeeded or not.
+    Common::Error Commit();
+
+private:
+    friend struct TestAccess;
+    struct Impl;
+    explicit ZipWriter(std::unique_ptr<Impl> impl);
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace Zip

@@ -1,0 +1,47 @@
+// Windows half of the entry point's platform needs.
+#include <stdlib.h>
+
+#include "core/common/log.h"
+#include "core/common/windows_api.h"
+#include "products/imager/system_report/exe/platform.h"
+
+namespace SystemReport::Platform {
+namespace {
+
+void __cdecl ReportInvalidParameter(const wchar_t* expression, const wchar_t* function, const wchar_t* file,
+                                    unsigned int line, uintptr_t) {
+    Common::Log::Error(std::wstring(L"Invalid parameter in a runtime call: ") + (expression ? expression : L"") +
+                       L" in " + (function ? function : L"") + L" (" + (file ? file : L"") + L":" +
+                       std::to_wstring(line) + L")");
+}
+
+// Set up before anything else runs, as static initialisation.
+const bool kProcessPrepared = [] {
+    SetErrorMode(SEM_FAILCRITICALERRORS);
+    if (!_get_invalid_parameter_handler()) _set_invalid_parameter_handler(&ReportInvalidParameter);
+    return true;
+}();
+
+}  // namespace
+
+void PrepareProcess() { (void)kProcessPrepared; }
+
+void ShowMessage(const std::wstring& text, const std::wstring& caption, BoxStyle style) {
+    MessageBoxW(nullptr, text.c_str(), caption.c_str(), static_cast<UINT>(style));
+}
+
+void PulseStartEvent() {
+    // A NULL DACL lets any process of any user open the event and wait for the start of a run.
+    SECURITY_DESCRIPTOR descriptor;
+    if (!InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION)) return;
+    if (!SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE)) return;
+    SECURITY_ATTRIBUTES attributes{sizeof attributes, &descriptor, FALSE};
+    HANDLE event = CreateEventW(&attributes, FALSE, FALSE, L"SystemReportStarted");
+    if (!event) return;
+    PulseEvent(event);
+    CloseHandle(event);
+}
+
+int ExitStatus(std::uint32_t code) { return static_cast<int>(code); }
+
+}  // namespace SystemReport::Platform

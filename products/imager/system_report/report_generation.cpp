@@ -1,0 +1,30 @@
+// The list of report items of a run.
+#include "products/imager/system_report/report_generation.h"
+
+#include "core/common/folders.h"
+#include "products/imager/system_report/scheduler_report.h"
+#include "products/imager/system_report/version_report.h"
+
+namespace SystemReport {
+
+ReportContext MakeRunContext() {
+    ReportContext context;
+    context.folders = Common::MakeSystemFolderService();
+    return context;
+}
+
+void AddReportItems(ReportManager& manager, ReportContext& context) {
+    (void)context;
+    manager.Add(std::make_shared<ReportVersion>());
+    manager.Add(std::make_shared<ReportSchedMgr>(Common::ExecutablePath().parent_path()));
+}
+
+Common::Error GenerateReport(const std::filesystem::path& fileName) {
+    ReportContext context = MakeRunContext();
+    ReportManager manager;
+    AddReportItems(manager, context);
+    if (Common::Error error = manager.Create(); error.Failed()) return error;
+    return manager.SaveAs(fileName);
+}
+
+}  // namespace SystemReport

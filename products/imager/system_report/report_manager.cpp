@@ -1,0 +1,196 @@
+// The report manager: item loop, cancel, and packing of the named files into the archive.
+#include "products/imager/system_report/report_manager.h"
+
+#include <algorithm>
+#include <chrono>
+#include <system_error>
+
+#include "core/common/log.h"
+#include "core/common/strings.h"
+#include "core/common/uuid.h"
+#include "core/file/zip/zip_writer.h"
+#include "products/imager/system_report/filtered_copy.h"
+#include "products/imager/system_report/settings_file.h"
+
+namespace fs = std::filesystem;
+
+namespace SystemReport {
+namespace {
+
+std::time_t ModifiedTime(const fs::path& path) {
+    std::error_code ec;
+    auto stamp = fs::last_write_time(path, ec);
+    if (ec) return std::time(nullptr);
+    auto system = std::chrono::file_clock::to_sys(stamp);
+    return std::chrono::system_clock::to_time_t(std::chrono::time_point_cast<std::chrono::system_clock::duration>(system));
+}
+
+// Archive names use '/' between folders; items may write either separator.
+std::string ArchiveName(std::wstring_view name) {
+    std::string text = Common::WideToUtf8(name);
+    std::replace(text.begin(), text.end(), '\\', '/');
+    return text;
+}
+
+Common::Error WriteFailure(Common::Error cause) {
+    return Common::Error::Make(Common::Codes::kOpenFile, L"Cannot write an item to the system report.",
+                               std::move(cause));
+}
+
+// Stores one file. Problems with the source (missing, unreadable, unfilterable) lose only that file and
+// are logged; a failing archive write fails the save.
+class EntryWriter {
+public:
+    explicit EntryWriter(Zip::ZipWriter& zip) : zip_(zip) {}
+
+    Common::Error StoreFile(const fs::path& source, const std::string& name, const CopyFileFilter* filter) {
+        std::error_code ec;
+        if (!fs::is_regular_file(source, ec)) {
+            Common::Log::Warning("Report file '" + Common::PathToUtf8(source) + "' is missing; '" + name +
+                                 "' is not in the report.");
+            return {};
+        }
+        fs::path stored = source;
+        std::optional<fs::path> settingsCopy;
+        if (IsSettingsFile(source)) {
+            settingsCopy = MakeReportCopyOfSettings(source);
+            if (!settingsCopy) {
+                Common::Log::Warning("Settings file '" + Common::PathToUtf8(source) +
+                                     "' cannot be copied without its passwords; it is not in the report.");
+                return {};
+            }
+            stored = *settingsCopy;
+        }
+        Common::Error result = Store(stored, name, filter, ModifiedTime(source));
+        if (settingsCopy) fs::remove(*settingsCopy, ec);
+        return result;
+    }
+
+    Common::Error StoreFolder(const fs::path& folder, const std::string& prefix, bool recursive,
+                              const CopyFileFilter* filter) {
+        std::error_code ec;
+        if (!fs::is_directory(folder, ec)) {
+            Common::Log::Info("Report folder '" + Common::PathToUtf8(folder) + "' does not exist.");
+            return {};
+        }
+        std::vector<fs::directory_entry> children;
+        for (fs::directory_iterator it(folder, fs::directory_options::skip_permission_denied, ec), end;
+             !ec && it != end; it.increment(ec)) {
+            children.push_back(*it);
+        }
+        if (ec) Common::Log::Warning("Report folder '" + Common::PathToUtf8(folder) + "' cannot be listed: " + ec.message());
+        std::sort(children.begin(), children.end(),
+                  [](const fs::directory_entry& a, const fs::directory_entry& b) { return a.path() < b.path(); });
+        for (const fs::directory_entry& child : children) {
+            const fs::path& path = child.path();
+            std::string name = prefix + Common::PathToUtf8(path.filename());
+            // A link could pull files from outside the product's folder (a user's private files) into
+            // the archive, and a link loop would never end: links are never followed.
+            if (child.is_symlink(ec)) {
+                Common::Log::Warning("Link '" + Common::PathToUtf8(path) + "' is not followed; it is not in the report.");
+                continue;
+            }
+            if (path.extension() == ".for_report") continue;
+            if (child.is_directory(ec)) {
+                if (!recursive) continue;
+                if (auto error = zip_.AddFolder(name + "/", ModifiedTime(path)); error.Failed()) return WriteFailure(error);
+                if (auto error = StoreFolder(path, name + "/", true, filter); error.Failed()) return error;
+            } else if (child.is_regular_file(ec)) {
+                if (auto error = StoreFile(path, name, filter); error.Failed()) return error;
+            }
+        }
+        return {};
+    }
+
+private:
+    Common::Error Store(const fs::path& source, const std::string& name, const CopyFileFilter* filter, std::time_t modified) {
+        if (!filter) {
+            if (auto error = zip_.AddFileFromDisk(name, source, modified); error.Failed()) return WriteFailure(error);
+            return {};
+        }
+        std::string text;
+        if (auto error = ReadWholeFile(source, text); error.Failed()) {
+            Common::Log::WriteError(Common::Log::kError, "Report file '" + name + "' cannot be read: ", error);
+            return {};
+        }
+        std::string filtered;
+        if (auto error = filter->Filter(text, filtered); error.Failed()) {
+            // Text that was meant to be redacted and was not must never reach the archive.
+            Common::Log::WriteError(Common::Log::kError, "Report file '" + name + "' cannot be filtered and is left out: ",
+                                    error);
+            return {};
+        }
+        if (auto error = zip_.AddFile(name, filtered, modified); error.Failed()) return WriteFailure(error);
+        return {};
+    }
+
+    Zip::ZipWriter& zip_;
+};
+
+}  // namespace
+
+ReportManager::~ReportManager() { RemoveScratch(); }
+
+void ReportManager::Add(ReportPtr item) { items_.push_back(std::move(item)); }
+
+Common::Error ReportManager::Create(std::optional<fs::path> scratchParent) {
+    entries_.clear();
+    RemoveScratch();
+    std::error_code ec;
+    fs::path parent = scratchParent ? *scratchParent : fs::temp_directory_path(ec);
+    fs::path scratch = parent / (L"SystemReport-" + Common::NewScratchName());
+    if (ec || !fs::create_directory(scratch, ec) || ec) {
+        Common::Log::Error("Cannot make the scratch folder '" + Common::PathToUtf8(scratch) + "': " + ec.message());
+        return Common::Error::Make(Common::Codes::kOpenFile, L"Error occurred while opening the file.");
+    }
+    scratch_ = scratch;
+    for (const ReportPtr& item : items_) {
+        if (canceled_) break;
+        {
+            std::lock_guard guard(runningLock_);
+            running_ = item;
+        }
+        // An item's failure is its own: it has logged it, and the next item runs.
+        Common::Error error = Common::CatchErrors([&] { return item->Create(scratch_, entries_); });
+        if (error.Failed()) Common::Log::WriteError(Common::Log::kWarning, "A report item failed: ", error);
+        std::lock_guard guard(runningLock_);
+        running_.reset();
+    }
+    if (canceled_) return Common::Error::Make(Common::Codes::kCanceled, L"Canceled.");
+    return {};
+}
+
+Common::Error ReportManager::SaveAs(const fs::path& fileName) {
+    std::unique_ptr<Zip::ZipWriter> zip;
+    if (Common::Error error = Zip::ZipWriter::Create(fileName, zip); error.Failed()) {
+        return Common::Error::Make(Common::Codes::kCreateFile, L"Error occurred while creating the file.", error);
+    }
+    EntryWriter writer(*zip);
+    for (const FileEntry& entry : entries_) {
+        std::string name = ArchiveName(entry.archiveName);
+        Common::Error error = entry.folder
+            ? writer.StoreFolder(entry.source, name.empty() || name.back() == '/' ? name : name + "/", entry.recursive,
+                                 entry.filter.get())
+            : writer.StoreFile(entry.source, name, entry.filter.get());
+        if (error.Failed()) return error;
+    }
+    if (Common::Error error = zip->Commit(); error.Failed()) return WriteFailure(error);
+    RemoveScratch();
+    return {};
+}
+
+void ReportManager::Stop() {
+    canceled_ = true;
+    std::lock_guard guard(runningLock_);
+    if (running_) running_->Stop();
+}
+
+void ReportManager::RemoveScratch() {
+    if (scratch_.empty()) return;
+    std::error_code ec;
+    fs::remove_all(scratch_, ec);
+    if (ec) Common::Log::Warning("Scratch folder '" + Common::PathToUtf8(scratch_) + "' cannot be removed: " + ec.message());
+    scratch_.clear();
+}
+
+}  // namespace SystemReport

@@ -1,0 +1,22 @@
+// Settings files of the product are stored in the report without their stored passwords.
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+namespace SystemReport {
+
+// Files named *.ini (any case) are settings files: "key=value" lines, optionally in [sections], in
+// 8-bit text or UTF-16LE with a byte-order mark.
+bool IsSettingsFile(const std::filesystem::path& path);
+
+// The settings text without the keys "OBPassword" and "OBSessionPassword" (in any section, any case).
+// Everything else, including comments, line ends and the encoding, is kept as it was.
+std::string RemoveSecretSettings(const std::string& text);
+
+// Writes the scrubbed copy "<file>.for_report" beside the file and returns its path; nullopt when the
+// file cannot be read or the copy cannot be written.
+std::optional<std::filesystem::path> MakeReportCopyOfSettings(const std::filesystem::path& path);
+
+}  // namespace SystemReport
