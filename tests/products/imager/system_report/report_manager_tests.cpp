@@ -1,0 +1,265 @@
+// The report manager: item order, failing items, cancel, the save's failures, folder entries, links,
+// settings files and copy filters, read back from the archive.
+#include "products/imager/system_report/report_manager.h"
+
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <thread>
+
+#include "tests/support/zip_test_reader.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using SystemReport::FileEntries;
+using SystemReport::FileEntry;
+using TestSupport::ReadZip;
+using TestSupport::TempFolder;
+using TestSupport::WriteFile;
+
+// An item that writes one file and may fail after writing it.
+class FileItem : public SystemReport::Report {
+public:
+    FileItem(std::string name, std::string content, std::vector<std::string>* ran, std::uint32_t failWith = 0)
+        : name_(std::move(name)), content_(std::move(content)), ran_(ran), failWith_(failWith) {}
+    Common::Error Create(const fs::path& folder, FileEntries& entries) override {
+        if (ran_) ran_->push_back(name_);
+        WriteFile(folder / name_, content_);
+        entries.push_back({folder / name_, std::wstring(name_.begin(), name_.end()), L"title", nullptr});
+        return failWith_ ? Common::Error::Make(failWith_, L"item failed") : Common::Error();
+    }
+
+private:
+    std::string name_, content_;
+    std::vector<std::string>* ran_;
+    std::uint32_t failWith_;
+};
+
+class UpperCaseFilter : public SystemReport::CopyFileFilter {
+public:
+    Common::Error Filter(const std::string& text, std::string& filtered) const override {
+        filtered = text;
+        for (char& c : filtered) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        return {};
+    }
+};
+
+class FailingFilter : public SystemReport::CopyFileFilter {
+public:
+    Common::Error Filter(const std::string&, std::string&) const override {
+        return Common::Error::Make(0x1234, L"engine failure");
+    }
+};
+
+TEST(ReportManagerTest, RunsItemsInOrderAndArchivesTheirFiles) {
+    TempFolder temp;
+    std::vector<std::string> ran;
+    SystemReport::ReportManager manager;
+    manager.Add(std::make_shared<FileItem>("b.txt", "second", &ran));
+    manager.Add(std::make_shared<FileItem>("a.txt", "first", &ran));
+    ASSERT_FALSE(manager.Create(temp.path()).Failed());
+    EXPECT_EQ(ran, (std::vector<std::string>{"b.txt", "a.txt"}));
+    fs::path scratch = manager.ScratchFolder();
+    ASSERT_FALSE(manager.SaveAs(temp.path() / "r.zip").Failed());
+    EXPECT_FALSE(fs::exists(scratch)) << "scratch folder must be removed after SaveAs";
+    auto zip = ReadZip(temp.path() / "r.zip");
+    ASSERT_TRUE(zip);
+    EXPECT_EQ(zip->at("b.txt").data, "second");
+    EXPECT_EQ(zip->at("a.txt").data, "first");
+}
+
+TEST(ReportManagerTest, FailingItemKeepsItsPartialFilesAndTheRunSucceeds) {
+    TempFolder temp;
+    std::vector<std::string> ran;
+    SystemReport::ReportManager manager;
+    manager.Add(std::make_shared<FileItem>("partial.txt", "half", &ran, 0x40007));
+    manager.Add(std::make_shared<FileItem>("next.txt", "ran anyway", &ran));
+    EXPECT_FALSE(manager.Create(temp.path()).Failed());
+    EXPECT_EQ(ran.size(), 2u);
+    ASSERT_FALSE(manager.SaveAs(temp.path() / "r.zip").Failed());
+    auto zip = ReadZip(temp.path() / "r.zip");
+    ASSERT_TRUE(zip);
+    EXPECT_EQ(zip->at("partial.txt").data, "half");
+    EXPECT_EQ(zip->at("next.txt").data, "ran anyway");
+}
+
+TEST(ReportManagerTest, ItemThatThrowsIsContained) {
+    struct Throwing : SystemReport::Report {
+        Common::Error Create(const fs::path&, FileEntries&) override { throw std::runtime_error("bad"); }
+    };
+    TempFolder temp;
+    std::vector<std::string> ran;
+    SystemReport::ReportManager manager;
+    manager.Add(std::make_shared<Throwing>());
+    manager.Add(std::make_shared<FileItem>("after.txt", "x", &ran));
+    EXPECT_FALSE(manager.Create(temp.path()).Failed());
+    EXPECT_EQ(ran, (std::vector<std::string>{"after.txt"}));
+}
+
+// Stop from another thread while an item runs: the item is asked to stop, ends, and no further item starts.
+TEST(ReportManagerTest, CancelStopsTheRunningItemAndStartsNoOther) {
+    struct Blocking : SystemReport::Report {
+        std::mutex lock;
+        std::condition_variable changed;
+        bool started = false, stopped = false;
+        Common::Error Create(const fs::path&, FileEntries&) override {
+            std::unique_lock guard(lock);
+            started = true;
+            changed.notify_all();
+            changed.wait(guard, [this] { return stopped; });
+            return {};
+        }
+        void Stop() override {
+            std::lock_guard guard(lock);
+            stopped = true;
+            changed.notify_all();
+        }
+    };
+    TempFolder temp;
+    auto blocking = std::make_shared<Blocking>();
+    std::vector<std::string> ran;
+    SystemReport::ReportManager manager;
+    manager.Add(blocking);
+    manager.Add(std::make_shared<FileItem>("never.txt", "x", &ran));
+    std::thread canceller([&] {
+        std::unique_lock guard(blocking->lock);
+        blocking->changed.wait(guard, [&] { return blocking->started; });
+        guard.unlock();
+        manager.Stop();
+    });
+    Common::Error result = manager.Create(temp.path());
+    canceller.join();
+    EXPECT_EQ(result.Code(), 0x4000fu);
+    EXPECT_EQ(result.Message(), L"Canceled.");
+    EXPECT_TRUE(ran.empty());
+}
+
+TEST(ReportManagerTest, ScratchFolderThatCannotBeMadeFailsWithOpenError) {
+    TempFolder temp;
+    SystemReport::ReportManager manager;
+    Common::Error result = manager.Create(temp.path() / "missing" / "deeper");
+    EXPECT_EQ(result.Code(), 0x40007u);
+    EXPECT_EQ(result.Message(), L"Error occurred while opening the file.");
+}
+
+TEST(ReportManagerTest, TargetInMissingFolderFailsWithCreateError) {
+    TempFolder temp;
+    SystemReport::ReportManager manager;
+    manager.Add(std::make_shared<FileItem>("a.txt", "x", nullptr));
+    ASSERT_FALSE(manager.Create(temp.path()).Failed());
+    Common::Error missingFolder = manager.SaveAs(temp.path() / "no-such-folder" / "r.zip");
+    EXPECT_EQ(missingFolder.Code(), 0x4000au);
+    EXPECT_EQ(missingFolder.Message(), L"Error occurred while creating the file.");
+
+    EXPECT_FALSE(fs::exists(temp.path() / "no-such-folder"));
+}
+
+TEST(ReportManagerTest, MissingSourceIsSkippedWithoutFailingTheSave) {
+    struct Ghost : SystemReport::Report {
+        Common::Error Create(const fs::path& folder, FileEntries& entries) override {
+            entries.push_back({folder / "never-written.nfo", L"msinfo.nfo", L"t", nullptr});
+            return {};
+        }
+    };
+    TempFolder temp;
+    SystemReport::ReportManager manager;
+    manager.Add(std::make_shared<Ghost>());
+    manager.Add(std::make_shared<FileItem>("ok.txt", "ok", nullptr));
+    ASSERT_FALSE(manager.Create(temp.path()).Failed());
+    ASSERT_FALSE(manager.SaveAs(temp.path() / "r.zip").Failed());
+    auto zip = ReadZip(temp.path() / "r.zip");
+    ASSERT_TRUE(zip);
+    EXPECT_EQ(zip->count("msinfo.nfo"), 0u);
+    EXPECT_EQ(zip->count("ok.txt"), 1u);
+}
+
+// A folder entry: sub-folders only when recursive, links never followed, settings scrubbed, filters applied
+// to every file, and a file the filter cannot handle left out.
+class FolderEntryTest : public ::testing::Test {
+protected:
+    struct FolderItem : SystemReport::Report {
+        std::vector<FileEntry> toAdd;
+        Common::Error Create(const fs::path&, FileEntries& entries) override {
+            entries.insert(entries.end(), toAdd.begin(), toAdd.end());
+            return {};
+        }
+    };
+
+    std::map<std::string, TestSupport::ZipTestEntry> Run(std::vector<FileEntry> entries) {
+        auto item = std::make_shared<FolderItem>();
+        item->toAdd = std::move(entries);
+        SystemReport::ReportManager manager;
+        manager.Add(item);
+        EXPECT_FALSE(manager.Create(temp.path()).Failed());
+        EXPECT_FALSE(manager.SaveAs(temp.path() / "r.zip").Failed());
+        auto zip = ReadZip(temp.path() / "r.zip");
+        EXPECT_TRUE(zip);
+        return zip.value_or(std::map<std::string, TestSupport::ZipTestEntry>{});
+    }
+
+    TempFolder temp;
+    TempFolder outside;
+};
+
+TEST_F(FolderEntryTest, RecursiveFlagDecidesWhetherSubFoldersAreStored) {
+    fs::path data = temp.path() / "data";
+    WriteFile(data / "top.log", "top");
+    WriteFile(data / "sub" / "deep.log", "deep");
+    auto recursive = Run({{data, L"App Data\\All\\", L"t", nullptr, true, true}});
+    EXPECT_EQ(recursive.at("App Data/All/top.log").data, "top");
+    EXPECT_EQ(recursive.at("App Data/All/sub/deep.log").data, "deep");
+    EXPECT_TRUE(recursive.at("App Data/All/sub/").folder);
+    auto flat = Run({{data, L"flat/", L"t", nullptr, true, false}});
+    EXPECT_EQ(flat.count("flat/top.log"), 1u);
+    EXPECT_EQ(flat.count("flat/sub/deep.log"), 0u);
+}
+
+TEST_F(FolderEntryTest, LinksAreNeverFollowed) {
+    fs::path data = temp.path() / "data";
+    WriteFile(data / "kept.txt", "kept");
+    WriteFile(outside.path() / "private" / "secret.txt", "private");
+    std::error_code ec;
+    fs::create_directory_symlink(outside.path() / "private", data / "link-dir", ec);
+    if (ec) GTEST_SKIP() << "cannot make symbolic links here: " << ec.message();
+    fs::create_symlink(outside.path() / "private" / "secret.txt", data / "link-file.txt", ec);
+    fs::create_directory_symlink(data, data / "loop", ec);
+    auto zip = Run({{data, L"d/", L"t", nullptr, true, true}});
+    EXPECT_EQ(zip.count("d/kept.txt"), 1u);
+    for (const auto& [name, entry] : zip) {
+        EXPECT_EQ(name.find("link"), std::string::npos) << name;
+        EXPECT_EQ(name.find("loop"), std::string::npos) << name;
+        EXPECT_NE(entry.data, "private") << name;
+    }
+}
+
+TEST_F(FolderEntryTest, SettingsFilesLoseTheirPasswordsAndTheCopyIsCleanedUp) {
+    fs::path data = temp.path() / "data";
+    WriteFile(data / "OnlineBackup.ini",
+              "[Account]\r\nUser=jdoe\r\nOBPassword=hunter2\r\nobsessionpassword = s3ss10n\r\nServer=x\r\n");
+    auto zip = Run({{data, L"d/", L"t", nullptr, true, true}});
+    EXPECT_EQ(zip.at("d/OnlineBackup.ini").data, "[Account]\r\nUser=jdoe\r\nServer=x\r\n");
+    EXPECT_EQ(zip.count("d/OnlineBackup.ini.for_report"), 0u);
+    EXPECT_FALSE(fs::exists(data / "OnlineBackup.ini.for_report"));
+    EXPECT_EQ(TestSupport::ReadFile(data / "OnlineBackup.ini").find("hunter2") != std::string::npos, true)
+        << "the product's own file must stay as it was";
+}
+
+TEST_F(FolderEntryTest, FiltersApplyToEveryFileAndAFailingFilterLeavesTheFileOut) {
+    fs::path data = temp.path() / "data";
+    WriteFile(data / "a.log", "user name: jdoe");
+    WriteFile(data / "sub" / "b.log", "more");
+    auto filtered = Run({{data, L"f/", L"t", std::make_shared<UpperCaseFilter>(), true, true}});
+    EXPECT_EQ(filtered.at("f/a.log").data, "USER NAME: JDOE");
+    EXPECT_EQ(filtered.at("f/sub/b.log").data, "MORE");
+    auto failing = Run({{data, L"g/", L"t", std::make_shared<FailingFilter>(), true, true}});
+    EXPECT_EQ(failing.count("g/a.log"), 0u);
+    EXPECT_EQ(failing.count("g/sub/b.log"), 0u);
+}
+
+TEST_F(FolderEntryTest, MissingFolderAddsNothing) {
+    auto zip = Run({{temp.path() / "absent", L"x/", L"t", nullptr, true, true}});
+    EXPECT_TRUE(zip.empty());
+}
+
+}  // namespace
