@@ -171,6 +171,35 @@ inline constexpr PropertyId kNoIo = 1007;
 // Object: 8-bit text (UTF-8) of where the operating system has the file system mounted, if it is.
 inline constexpr PropertyId kMountPoint = 1008;
 
+// Extensions the disk report reads (identifiers from 1100 on). Where a parameter is named, the property
+// is read with DaGetProperty1(id, parameter) and needs no current object.
+// DaGetProperty1(kTypeByteName, MBR type byte): 8-bit name of that type byte, at most 12 characters;
+// absent when unknown. Names the entries of the partition-table printout.
+inline constexpr PropertyId kTypeByteName = 1100;
+// DaGetProperty1(kTypeByteFsType, MBR type byte): the file-system type code (kFsType's values) that the
+// type byte stands for: 14 for the FAT12/16 bytes, 15 for the FAT32 bytes, 0 for the others. Chooses the
+// boot-sector printout of a partition whose file system was not recognised.
+inline constexpr PropertyId kTypeByteFsType = 1101;
+// DaGetProperty1(kLabelLength, file-system type code): the longest volume label of that file system, in
+// characters (11 for FAT, 32 for NTFS, 16 for ext, 0 where there is no label).
+inline constexpr PropertyId kLabelLength = 1102;
+// DaGetProperty1(kCountsFreeSpace, file-system type code): non-zero when the free-block count (234) of
+// that file system is known, so the report prints its Free column.
+inline constexpr PropertyId kCountsFreeSpace = 1103;
+// Object: 8-bit name of the file-system driver when it reports one of its own; absent otherwise.
+inline constexpr PropertyId kFsDriverName = 1104;
+// Disk: 8-bit composite GUID of a disk made of several (a storage space); absent for ordinary disks.
+inline constexpr PropertyId kCompositeGuid = 1105;
+// Disk: BIOS drive parameters, only where the platform reports them; absent (0) everywhere else.
+//   kBiosFixedDiskTable: pointer to the 16 bytes of the fixed-disk parameter table (INT 41h/46h layout);
+//   kBiosExtensionsVersion: AH of INT 13h function 41h (0 = no extensions);
+//   kBiosExtensionsSupport: CX of function 41h (the support bitmap);
+//   kBiosDriveParameters: pointer to the first 26 bytes of function 48h's result buffer.
+inline constexpr PropertyId kBiosFixedDiskTable = 1106;
+inline constexpr PropertyId kBiosExtensionsVersion = 1107;
+inline constexpr PropertyId kBiosExtensionsSupport = 1108;
+inline constexpr PropertyId kBiosDriveParameters = 1109;
+
 }  // namespace DaApi::Prop
 
 namespace DaApi {
