@@ -1,0 +1,158 @@
+// The filters against their reference, std::regex: generated texts for both tables, the replacement
+// format, empty matches, and the character classes of this platform's C++ library.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <locale>
+#include <random>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "products/imager/system_report/filters/rule_engine.h"
+#include "products/imager/system_report/filters/text_data_filter.h"
+#include "products/imager/system_report/filters/word_class.h"
+#include "tests/products/imager/system_report/text_filter_corpus.h"
+#include "tests/products/imager/system_report/text_filter_oracle.h"
+
+namespace {
+
+using SystemReport::Filters::RuleEngine;
+using SystemReport::Filters::RuleText;
+
+// Where two texts first differ, for a readable failure on a text of some kilobytes.
+template <typename Units>
+std::string FirstDifference(const Units& actual, const Units& expected) {
+    auto [a, e] = std::mismatch(actual.begin(), actual.end(), expected.begin(), expected.end());
+    return "sizes " + std::to_string(actual.size()) + " and " + std::to_string(expected.size()) +
+           ", first difference at " + std::to_string(a - actual.begin());
+}
+
+std::string Utf16Le(const std::vector<std::uint16_t>& units) {
+    std::string bytes;
+    for (std::uint16_t unit : units) {
+        bytes += static_cast<char>(unit & 0xFF);
+        bytes += static_cast<char>(unit >> 8);
+    }
+    return bytes;
+}
+
+TEST(TextFilterDifferentialTest, GeneratedTextsGiveTheReferencesBytes) {
+    const SystemReport::TextDataFilter filter;
+    std::mt19937 random(20240501);
+    for (int round = 0; round < 400; ++round) {
+        // Lines stay far below the length at which the reference itself overflows its stack.
+        std::string text = FilterCorpus::Text(random, 64 + random() % 6000, 16 + random() % 1500);
+        std::string filtered;
+        ASSERT_TRUE(filter.Filter(text, filtered).Succeeded());
+        std::string expected = FilterOracle::FilterText(text);
+        ASSERT_EQ(filtered, expected) << "round " << round << ": " << FirstDifference(filtered, expected);
+    }
+}
+
+TEST(TextFilterDifferentialTest, GeneratedWideTextsGiveTheReferencesBytes) {
+    const SystemReport::TextDataFilterWString filter;
+    std::mt19937 random(20240502);
+    for (int round = 0; round < 400; ++round) {
+        std::vector<std::uint16_t> units = FilterCorpus::WideText(random, 64 + random() % 6000, 16 + random() % 1500);
+        std::string filtered;
+        ASSERT_TRUE(filter.Filter(Utf16Le(units), filtered).Succeeded());
+        std::string expected = Utf16Le(FilterOracle::FilterUnits(units));
+        ASSERT_EQ(filtered, expected) << "round " << round << ": " << FirstDifference(filtered, expected);
+    }
+}
+
+// Every code unit of the Basic Multilingual Plane around and inside addresses: whatever this platform's
+// C library counts as a letter or digit, the filter and the reference agree on it.
+TEST(TextFilterDifferentialTest, WordCharactersOutsideAsciiAgreeWithTheReference) {
+    std::vector<std::uint16_t> units;
+    for (std::uint32_t c = 0x80; c <= 0xFFFF; ++c) {
+        if (c >= 0xD800 && c <= 0xDFFF) continue;
+        const auto u = static_cast<std::uint16_t>(c);
+        for (std::uint16_t unit : {std::uint16_t('a'), u, std::uint16_t('@'), u, std::uint16_t('.'), u, u,
+                                   std::uint16_t(' '), u, std::uint16_t('x'), std::uint16_t('@'), std::uint16_t('y'),
+                                   std::uint16_t('.'), std::uint16_t('d'), std::uint16_t('e'), u, std::uint16_t('\n')}) {
+            units.push_back(unit);
+        }
+    }
+    const SystemReport::TextDataFilterWString filter;
+    std::string filtered;
+    ASSERT_TRUE(filter.Filter(Utf16Le(units), filtered).Succeeded());
+    std::string expected = Utf16Le(FilterOracle::FilterUnits(units));
+    EXPECT_EQ(filtered, expected) << FirstDifference(filtered, expected);
+}
+
+// Runs one rule through the engine and through std::regex_replace, for both widths.
+void ExpectSameAsReference(const std::string& pattern, const std::string& format, const std::string& text) {
+    const RuleText rule[] = {{pattern, format}};
+    const auto flags = std::regex_constants::ECMAScript | std::regex_constants::icase;
+
+    std::vector<std::uint8_t> bytes;
+    ASSERT_TRUE(RuleEngine<std::uint8_t>(rule)
+                    .Apply(std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()), bytes)
+                    .Succeeded());
+    EXPECT_EQ(std::string(bytes.begin(), bytes.end()), std::regex_replace(text, std::regex(pattern, flags), format))
+        << "pattern " << pattern << ", format " << format << ", text " << text;
+
+    std::vector<std::uint16_t> input(text.begin(), text.end());
+    std::vector<std::uint16_t> units;
+    ASSERT_TRUE(RuleEngine<std::uint16_t>(rule).Apply(input, units).Succeeded());
+    std::wstring wide = std::regex_replace(std::wstring(text.begin(), text.end()),
+                                           std::wregex(std::wstring(pattern.begin(), pattern.end()), flags),
+                                           std::wstring(format.begin(), format.end()));
+    EXPECT_EQ(units, std::vector<std::uint16_t>(wide.begin(), wide.end()))
+        << "pattern " << pattern << ", format " << format << ", text " << text;
+}
+
+TEST(RuleEngineTest, ReplacementFormatIsThatOfRegexReplace) {
+    // "$0" is the whole match, "$10" with fewer groups is empty (not "$1" and "0"), a reference to a group
+    // that did not take part is empty, and a "$" that starts no reference is kept.
+    for (const char* format : {"$1", "$2", "$&", "$0", "$`", "$'", "$$", "$", "a$", "$x", "$$1", "$10", "$01",
+                               "$3", "$99", "<$2|$1>", "$`$'$&", "$$$", "[$1$]"}) {
+        for (const char* text : {"", "xaby ab a", "ab", "b a b"}) ExpectSameAsReference("(a)(b)?", format, text);
+    }
+}
+
+TEST(RuleEngineTest, EmptyMatchesAdvanceAsRegexReplaceDoes) {
+    // After an empty match the reference first tries a non-empty match at the same place.
+    for (const char* pattern : {"x*", "a*?", "(ab)*", "b?", "a|b*", "(?:)"}) {
+        for (const char* text : {"", "x", "axbxx", "bab", "aaa", "ab\nab"}) ExpectSameAsReference(pattern, "[$&]", text);
+    }
+}
+
+// PCRE2 matches its caseless patterns by ASCII case alone; the reference folds by translate_nocase.
+TEST(WordClassTest, TheCLocaleFoldsOnlyAsciiLetters) {
+    std::regex_traits<char> narrow;
+    for (int c = 0; c < 256; ++c) {
+        char expected = c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : static_cast<char>(c);
+        EXPECT_EQ(narrow.translate_nocase(static_cast<char>(c)), expected) << c;
+    }
+    std::regex_traits<wchar_t> wide;
+    const std::uint32_t last = sizeof(wchar_t) == 2 ? 0xFFFF : 0x10FFFF;
+    for (std::uint32_t c = 0x80; c <= last; ++c) {
+        ASSERT_EQ(wide.translate_nocase(static_cast<wchar_t>(c)), static_cast<wchar_t>(c)) << std::hex << c;
+    }
+}
+
+TEST(WordClassTest, ClassesAreTakenFromTheReference) {
+    EXPECT_EQ(SystemReport::Filters::WordClassBody(8), "\\x{30}-\\x{39}\\x{41}-\\x{5a}\\x{5f}\\x{61}-\\x{7a}");
+    EXPECT_EQ(SystemReport::Filters::WordClassBody(16).rfind("\\x{30}-\\x{39}\\x{41}-\\x{5a}\\x{5f}\\x{61}-\\x{7a}", 0), 0u);
+    // UTF-16 code units cannot express a word character beyond the Basic Multilingual Plane.
+    if (sizeof(wchar_t) == 4) {
+        std::regex_traits<wchar_t> traits;
+        const auto word = traits.lookup_classname(L"w", L"w" + 1);
+        for (std::uint32_t c = 0x10000; c <= 0x10FFFF; ++c) {
+            ASSERT_FALSE(traits.isctype(static_cast<wchar_t>(c), word)) << std::hex << c;
+        }
+    }
+}
+
+TEST(WordClassTest, ExpansionKeepsEscapesAndBrackets) {
+    using SystemReport::Filters::ExpandWordClass;
+    EXPECT_EQ(ExpandWordClass(R"([\.\w\-]+@\w)", "W"), R"([\.W\-]+@[W])");
+    EXPECT_EQ(ExpandWordClass(R"(\\w[\\]\w)", "W"), R"(\\w[\\][W])");
+    EXPECT_EQ(ExpandWordClass(R"([]\w][^]\w])", "W"), R"([]W][^]W])");
+}
+
+}  // namespace
