@@ -2,6 +2,7 @@
 #include "products/imager/system_report/report_generation.h"
 
 #include "core/common/folders.h"
+#include "products/imager/system_report/report_locations.h"
 #include "products/imager/system_report/scheduler_report.h"
 #include "products/imager/system_report/version_report.h"
 
@@ -15,8 +16,11 @@ ReportContext MakeRunContext() {
 
 void AddReportItems(ReportManager& manager, ReportContext& context) {
     (void)context;
+    // Made first so that its network discovery runs while the other items work; added last.
+    std::shared_ptr<ReportLocations> locations = MakeReportLocations();
     manager.Add(std::make_shared<ReportVersion>());
     manager.Add(std::make_shared<ReportSchedMgr>(Common::ExecutablePath().parent_path()));
+    manager.Add(locations);
 }
 
 Common::Error GenerateReport(const std::filesystem::path& fileName) {
