@@ -3,6 +3,9 @@
 
 #include "core/common/folders.h"
 #include "products/imager/system_report/report_locations.h"
+#include "products/imager/system_report/report_system_tools.h"
+#include "products/imager/system_report/report_uefi_bootvars.h"
+#include "products/imager/system_report/report_user_groups.h"
 #include "products/imager/system_report/scheduler_report.h"
 #include "products/imager/system_report/version_report.h"
 
@@ -11,15 +14,18 @@ namespace SystemReport {
 ReportContext MakeRunContext() {
     ReportContext context;
     context.folders = Common::MakeSystemFolderService();
+    context.systemProbe = MakeSystemProbe();
     return context;
 }
 
 void AddReportItems(ReportManager& manager, ReportContext& context) {
-    (void)context;
     // Made first so that its network discovery runs while the other items work; added last.
     std::shared_ptr<ReportLocations> locations = MakeReportLocations();
+    manager.Add(std::make_shared<ReportUefiBootvars>());
     manager.Add(std::make_shared<ReportVersion>());
     manager.Add(std::make_shared<ReportSchedMgr>(Common::ExecutablePath().parent_path()));
+    manager.Add(std::make_shared<ReportUserGroups>());
+    for (ReportPtr& item : MakeSystemToolItems(context)) manager.Add(std::move(item));
     manager.Add(locations);
 }
 

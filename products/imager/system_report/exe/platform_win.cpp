@@ -18,6 +18,13 @@ void __cdecl ReportInvalidParameter(const wchar_t* expression, const wchar_t* fu
 // Set up before anything else runs, as static initialisation.
 const bool kProcessPrepared = [] {
     SetErrorMode(SEM_FAILCRITICALERRORS);
+    // The program runs elevated, often straight from a downloads folder: libraries that the system or a
+    // runtime loads by bare name come from the system folder only, never from the current directory or
+    // a file planted beside the executable. Looked up at run time, as Vista and 7 without KB2533623 lack
+    // it; there at least the current directory leaves the search.
+    auto restrictSearch = reinterpret_cast<BOOL(WINAPI*)(DWORD)>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "SetDefaultDllDirectories")));
+    if (!restrictSearch || !restrictSearch(LOAD_LIBRARY_SEARCH_SYSTEM32)) SetDllDirectoryW(L"");
     if (!_get_invalid_parameter_handler()) _set_invalid_parameter_handler(&ReportInvalidParameter);
     return true;
 }();
