@@ -1,0 +1,76 @@
+// Windows helpers of the firmware-variable backend.
+#include "core/grub_parser/uefi_bootvars/win_helpers.h"
+
+#include <memory>
+
+#include "core/common/strings.h"
+#include "core/grub_parser/uefi_bootvars/uefi_errors.h"
+
+namespace Uefi {
+namespace {
+
+constexpr const wchar_t* kSystemEnvironmentPrivilege = L"SeSystemEnvironmentPrivilege";
+
+struct HandleCloser {
+    void operator()(HANDLE handle) const { CloseHandle(handle); }
+};
+using ScopedHandle = std::unique_ptr<void, HandleCloser>;
+
+using RtlInitUnicodeStringFn = VOID(NTAPI*)(PUNICODE_STRING, PCWSTR);
+
+}  // namespace
+
+Common::Error GetPointerToFunction(const wchar_t* moduleName, const char* procedureName, FARPROC& pointer) {
+    HMODULE module = GetModuleHandleW(moduleName);
+    FARPROC found = module ? GetProcAddress(module, procedureName) : nullptr;
+    if (!found) {
+        DWORD lastError = GetLastError();
+        return Common::Error::Make(
+            Codes::kProcedureNotFound,
+            Common::FormatPlaceholders(L"Failed to find procedure '{0}' in '{1}'.",
+                                       {Common::Utf8ToWide(procedureName), moduleName}),
+            Common::Error::AddWindowsError(lastError));
+    }
+    pointer = found;
+    return {};
+}
+
+Common::Error InitUnicodeString(UNICODE_STRING& counted, const std::wstring& text) {
+    RtlInitUnicodeStringFn initialize = nullptr;
+    if (Common::Error error = GetPointerToFunction(L"ntdll.dll", "RtlInitUnicodeString", initialize); error.Failed()) {
+        return error;
+    }
+    initialize(&counted, text.c_str());
+    return {};
+}
+
+Common::Error EnableProcessPrivilege(const wchar_t* privilegeName) {
+    HANDLE rawToken = nullptr;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, &rawToken)) {
+        return Common::Error::AddWindowsError(GetLastError());
+    }
+    ScopedHandle token(rawToken);
+    TOKEN_PRIVILEGES privileges{};
+    privileges.PrivilegeCount = 1;
+    privileges.Privileges[0].Attributes = SE_PRIVILEGE_ENABLED;
+    if (!LookupPrivilegeValueW(nullptr, privilegeName, &privileges.Privileges[0].Luid)) {
+        return Common::Error::AddWindowsError(GetLastError());
+    }
+    // AdjustTokenPrivileges succeeds even when the token lacks the privilege; only the last error says so.
+    if (!AdjustTokenPrivileges(token.get(), FALSE, &privileges, sizeof privileges, nullptr, nullptr) ||
+        GetLastError() == ERROR_NOT_ALL_ASSIGNED) {
+        return Common::Error::AddWindowsError(GetLastError());
+    }
+    return {};
+}
+
+Common::Error ObtainPriviledge() {
+    if (Common::Error error = EnableProcessPrivilege(kSystemEnvironmentPrivilege); error.Failed()) {
+        return Common::Error::Make(
+            Codes::kPrivilege,
+            Common::FormatPlaceholders(L"Failed to obtain privilege '{0}'.", {kSystemEnvironmentPrivilege}), error);
+    }
+    return {};
+}
+
+}  // namespace Uefi
