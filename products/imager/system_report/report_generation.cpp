@@ -2,6 +2,8 @@
 #include "products/imager/system_report/report_generation.h"
 
 #include "core/common/folders.h"
+#include "core/da_api/da_api.h"
+#include "products/imager/system_report/report_disk.h"
 #include "products/imager/system_report/report_locations.h"
 #include "products/imager/system_report/report_system_tools.h"
 #include "products/imager/system_report/report_uefi_bootvars.h"
@@ -21,6 +23,8 @@ ReportContext MakeRunContext() {
 void AddReportItems(ReportManager& manager, ReportContext& context) {
     // Made first so that its network discovery runs while the other items work; added last.
     std::shared_ptr<ReportLocations> locations = MakeReportLocations();
+    DaApi::Initialize();
+    manager.Add(std::make_shared<ReportDisk>());
     manager.Add(std::make_shared<ReportUefiBootvars>());
     manager.Add(std::make_shared<ReportVersion>());
     manager.Add(std::make_shared<ReportSchedMgr>(Common::ExecutablePath().parent_path()));
