@@ -1,0 +1,52 @@
+// Captures what the program logs during a test: the "system_report" channel written to a file of a
+// temporary folder, read back as text.
+#pragma once
+
+#include <string>
+
+#include "core/common/log.h"
+#include "core/common/strings.h"
+#include "core/logging/logging.h"
+#include "tests/support/zip_test_reader.h"
+
+namespace LocationTests {
+
+class LogCapture {
+public:
+    LogCapture() {
+        Logging_SetErrorFormatter(&Common::Log::FormatErrorForLog);
+        Logging_SetFieldFormatter(&Common::Log::FormatFieldForLog);
+        Logging_Configuration configuration{Common::PathToUtf8(temp_.path())};
+        handle_ = Logging_InitializeEx(&configuration, 0);
+        Logging_ChannelConfig* file = Logging_CreateLogScopeConfig(0, 1, 1, 0);
+        Logging_TuneChannel(Common::Log::kChannel, file);
+        Logging_FreeChannelConfig(file);
+        Logging_SetDefaultChannel(Common::Log::kChannel);
+    }
+    ~LogCapture() { Logging_Deinitialize(handle_); }
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+    bool Active() const { return handle_ != nullptr; }
+    std::string Text() const { return TestSupport::ReadFile(temp_.path() / "system_report.log"); }
+    // Whether a line of the given severity word ends with `text`.
+    bool Has(const std::string& severity, const std::string& text) const {
+        std::string all = Text();
+        for (size_t start = 0; start < all.size();) {
+            size_t end = all.find('\n', start);
+            std::string line = all.substr(start, end == std::string::npos ? std::string::npos : end - start);
+            if (line.find("[" + severity + "]") != std::string::npos && line.size() >= text.size() &&
+                line.compare(line.size() - text.size(), text.size(), text) == 0)
+                return true;
+            if (end == std::string::npos) break;
+            start = end + 1;
+        }
+        return false;
+    }
+
+private:
+    TestSupport::TempFolder temp_;
+    Logging_Handle handle_ = nullptr;
+};
+
+}  // namespace LocationTests
