@@ -1,7 +1,7 @@
 // Reads and selection moves of the disk report.
 #include "core/da_api/disks_report_access.h"
 
-#include <algorithm>
+#include <set>
 #include <string_view>
 
 #include "core/common/log.h"
@@ -15,12 +15,22 @@ namespace {
 // must not walk through memory.
 constexpr std::size_t kMaxTextLength = 64 * 1024;
 
+// Logs the first failure of each property only: an interface that lacks one would otherwise add a line for
+// every object of every pass.
+void LogAbsent(PropertyId id, const Common::ErrorException& e) {
+    static std::set<PropertyId> logged;
+    if (logged.insert(id).second) {
+        Common::Log::WriteError(Common::Log::kDebug, "Disk report: property " + std::to_string(id) + " reads as absent.",
+                                e.error());
+    }
+}
+
 template <typename Read>
 Value ReadOrZero(PropertyId id, Read&& read) {
     try {
         return read();
     } catch (const Common::ErrorException& e) {
-        Common::Log::Debug("Property " + std::to_string(id) + " is absent: " + e.what());
+        LogAbsent(id, e);
         return 0;
     }
 }

@@ -30,11 +30,14 @@ struct SectorRange {
     std::uint64_t count = 0;
 };
 
-Common::Error Read(const SectorRange& range, std::uint64_t sectorSize, std::vector<std::uint8_t>& data) {
-    if (sectorSize == 0 || sectorSize > kReadBufferBytes) {
-        return Common::Error::Make(Common::Codes::kUnexpected,
-                                   L"The sector size " + std::to_wstring(sectorSize) + L" is not supported.");
-    }
+// A sector must fit the read buffer; a zero size means the disk reported none.
+Common::Error CheckSectorSize(std::uint64_t sectorSize) {
+    if (sectorSize != 0 && sectorSize <= kReadBufferBytes) return {};
+    return Common::Error::Make(Common::Codes::kUnexpected,
+                               L"The sector size " + std::to_wstring(sectorSize) + L" is not supported.");
+}
+
+Common::Error Read(const SectorRange& range, std::vector<std::uint8_t>& data) {
     return Common::CatchErrors([&] {
         return Instance().ReadSectors(range.first, static_cast<std::uint32_t>(range.count), data);
     });
@@ -71,10 +74,15 @@ void AppendObjectDump(std::string& out) {
         return;
     }
     std::uint64_t sectorSize = SectorSize();
-    SectorRange range = sectorSize != 0 && sectorSize <= kReadBufferBytes ? DumpRange(sectorSize) : SectorRange{0, 1};
-    if (range.count == 0) return;
     std::vector<std::uint8_t> data;
-    if (Common::Error error = Read(range, sectorSize, data); error.Failed()) {
+    SectorRange range;
+    Common::Error error = CheckSectorSize(sectorSize);
+    if (error.Succeeded()) {
+        range = DumpRange(sectorSize);
+        if (range.count == 0) return;
+        error = Read(range, data);
+    }
+    if (error.Failed()) {
         out += " - Disk Read " + Narrow(error.Message());
         return;
     }
@@ -86,7 +94,9 @@ std::optional<std::vector<std::uint8_t>> ReadFirstSector() {
     if (Get(Prop::kNoIo) != 0) return std::nullopt;
     std::vector<std::uint8_t> data;
     std::uint64_t sectorSize = SectorSize();
-    if (Common::Error error = Read({Get(Prop::kFirstSector), 1}, sectorSize, data); error.Failed()) {
+    Common::Error error = CheckSectorSize(sectorSize);
+    if (error.Succeeded()) error = Read({Get(Prop::kFirstSector), 1}, data);
+    if (error.Failed()) {
         Common::Log::WriteError(Common::Log::kWarning, "Disk report: cannot read an object's first sector.", error);
         return std::nullopt;
     }
