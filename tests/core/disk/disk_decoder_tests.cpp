@@ -1,0 +1,268 @@
+// The disk library's decoders over small byte vectors built from the published layouts.
+#include <gtest/gtest.h>
+
+#include "core/disk/block_device.h"
+#include "core/disk/fat.h"
+#include "core/disk/fs_probe.h"
+#include "core/disk/gpt.h"
+#include "core/disk/guid.h"
+#include "core/disk/layout.h"
+#include "core/disk/mbr.h"
+#include "core/disk/memory_disk.h"
+#include "core/disk/partition_types.h"
+
+namespace {
+
+using namespace Disk;
+
+void PutLe(std::vector<std::uint8_t>& bytes, std::size_t offset, std::uint64_t value, int width) {
+    for (int i = 0; i < width; ++i) bytes[offset + i] = static_cast<std::uint8_t>(value >> (8 * i));
+}
+
+// A partition-table entry at `slot` of the table in `sector` (offset 446, 16 bytes each).
+void PutEntry(std::vector<std::uint8_t>& bytes, std::size_t sectorOffset, int slot, std::uint8_t type,
+              std::uint32_t first, std::uint32_t count, std::uint8_t status = 0) {
+    const std::size_t at = sectorOffset + 446 + 16 * slot;
+    bytes[at] = status;
+    bytes[at + 4] = type;
+    PutLe(bytes, at + 8, first, 4);
+    PutLe(bytes, at + 12, count, 4);
+    bytes[sectorOffset + 510] = 0x55;
+    bytes[sectorOffset + 511] = 0xAA;
+}
+
+TEST(DiskDecoders, Crc32AndGuidText) {
+    const std::string check = "123456789";
+    EXPECT_EQ(Crc32(std::span(reinterpret_cast<const std::uint8_t*>(check.data()), check.size())), 0xCBF43926u);
+    // The EFI system partition type as stored on disk: the first three fields little-endian.
+    const std::uint8_t esp[16] = {0x28, 0x73, 0x2A, 0xC1, 0x1F, 0xF8, 0xD2, 0x11,
+                                  0xBA, 0x4B, 0x00, 0xA0, 0xC9, 0x3E, 0xC9, 0x3B};
+    EXPECT_EQ(Guid::FromBytes(esp).ToString(), "C12A7328-F81F-11D2-BA4B-00A0C93EC93B");
+    EXPECT_EQ(LookUpGptType(Guid::FromBytes(esp))->typeByte, 0xEF);
+}
+
+TEST(DiskDecoders, MbrEntriesAndSignature) {
+    std::vector<std::uint8_t> sector(512);
+    EXPECT_FALSE(DecodeMbr(std::span(sector).first(511)));
+    EXPECT_FALSE(DecodeMbr(sector)->hasSignature);
+    PutEntry(sector, 0, 1, 0x07, 2048, 4096, 0x80);
+    PutLe(sector, 440, 0xDEADBEEF, 4);
+    const Mbr mbr = *DecodeMbr(sector);
+    EXPECT_TRUE(mbr.hasSignature);
+    EXPECT_EQ(mbr.diskSignature, 0xDEADBEEFu);
+    EXPECT_TRUE(mbr.entries[0].Empty());
+    EXPECT_EQ(mbr.entries[1].type, 0x07);
+    EXPECT_EQ(mbr.entries[1].status, 0x80);
+    EXPECT_EQ(mbr.entries[1].firstLba, 2048u);
+    EXPECT_EQ(mbr.entries[1].sectorCount, 4096u);
+}
+
+// A GPT header at `lba` following UEFI 2.10 table 5-5, with a correct CRC unless told otherwise.
+std::vector<std::uint8_t> GptHeaderSector(std::uint64_t lba, std::uint32_t headerSize = 92, std::uint32_t entrySize = 128,
+                                          std::uint32_t entryCount = 128) {
+    std::vector<std::uint8_t> sector(512);
+    std::copy_n("EFI PART", 8, sector.begin());
+    PutLe(sector, 8, 0x00010000, 4);
+    PutLe(sector, 12, headerSize, 4);
+    PutLe(sector, 24, lba, 8);
+    PutLe(sector, 32, 999, 8);
+    PutLe(sector, 40, 34, 8);
+    PutLe(sector, 48, 966, 8);
+    PutLe(sector, 72, 2, 8);
+    PutLe(sector, 80, entryCount, 4);
+    PutLe(sector, 84, entrySize, 4);
+    const std::uint32_t crc = Crc32(std::span(sector).first(std::min<std::size_t>(headerSize, 512)));
+    PutLe(sector, 16, crc, 4);
+    return sector;
+}
+
+TEST(DiskDecoders, GptHeaderRules) {
+    std::string why;
+    EXPECT_TRUE(DecodeGptHeader(GptHeaderSector(1), 1, 1000, why)) << why;
+    auto damaged = GptHeaderSector(1);
+    damaged[60] ^= 1;
+    EXPECT_FALSE(DecodeGptHeader(damaged, 1, 1000, why));
+    EXPECT_NE(why.find("CRC"), std::string::npos);
+    EXPECT_FALSE(DecodeGptHeader(GptHeaderSector(1), 999, 1000, why));  // MyLBA is not where it was read
+    EXPECT_NE(why.find("MyLBA"), std::string::npos);
+    EXPECT_FALSE(DecodeGptHeader(GptHeaderSector(1, 91), 1, 1000, why));
+    EXPECT_FALSE(DecodeGptHeader(GptHeaderSector(1, 513), 1, 1000, why));
+    EXPECT_TRUE(DecodeGptHeader(GptHeaderSector(1, 512), 1, 1000, why)) << why;
+    EXPECT_FALSE(DecodeGptHeader(GptHeaderSector(1, 92, 384), 1, 1000, why));  // 128 x 3
+    EXPECT_TRUE(DecodeGptHeader(GptHeaderSector(1, 92, 256), 1, 1000, why)) << why;
+    EXPECT_FALSE(DecodeGptHeader(GptHeaderSector(1, 92, 128, 0x100000), 1, 100000, why));  // 128 MiB of entries
+    EXPECT_FALSE(DecodeGptHeader(GptHeaderSector(1), 1, 500, why));  // last usable LBA 966 past the disk
+}
+
+// An extended partition at sector 1 of a small disk whose EBRs are placed by the test.
+class EbrChainTest : public ::testing::Test {
+protected:
+    static constexpr std::uint32_t kSectors = 64;
+    std::vector<std::uint8_t> bytes = std::vector<std::uint8_t>(kSectors * 512);
+
+    // The EBR at `sector`: a logical partition `offset` sectors after it, and a link to `next` (relative to
+    // the extended partition's start at sector 1), or none when next is 0.
+    void Ebr(std::uint32_t sector, std::uint32_t next, bool link = true) {
+        PutEntry(bytes, sector * 512, 0, 0x83, 1, 2);
+        if (link) PutEntry(bytes, sector * 512, 1, 0x05, next, 4);
+    }
+    EbrChain Walk(std::uint32_t count = kSectors - 1) {
+        MemoryDisk disk(bytes, 512);
+        return WalkEbrChain(disk, 1, count);
+    }
+};
+
+TEST_F(EbrChainTest, FollowsLinksUntilTheLastTable) {
+    Ebr(1, 4);
+    Ebr(5, 8);
+    Ebr(9, 0, false);
+    const EbrChain chain = Walk();
+    ASSERT_EQ(chain.links.size(), 3u);
+    EXPECT_EQ(chain.links[1].sector, 5u);
+    EXPECT_EQ(chain.links[1].LogicalFirst(), 6u);
+    for (const auto& link : chain.links) EXPECT_TRUE(link.issues.empty());
+}
+
+TEST_F(EbrChainTest, StopsAtLoopsLinksOutsideAndUnsignedTables) {
+    Ebr(1, 4);
+    Ebr(5, 0);  // back to the first table
+    EbrChain chain = Walk();
+    ASSERT_EQ(chain.links.size(), 2u);
+    EXPECT_EQ(chain.links[1].issues.at(0).problem, Problem::kExtendedLoop);
+
+    Ebr(5, 40);  // past an extended partition of 20 sectors
+    chain = Walk(20);
+    ASSERT_EQ(chain.links.size(), 2u);
+    EXPECT_EQ(chain.links[1].issues.at(0).problem, Problem::kExtendedOutside);
+
+    Ebr(5, 8);  // to a sector without a signature
+    chain = Walk();
+    ASSERT_EQ(chain.links.size(), 3u);
+    EXPECT_FALSE(chain.links[2].hasSignature);
+    EXPECT_EQ(chain.links[2].issues.at(0).problem, Problem::kNoTableSignature);
+
+    Ebr(5, 70);  // past the disk (but inside the extended partition's claimed size)
+    chain = Walk(100);
+    ASSERT_EQ(chain.links.size(), 2u);
+    EXPECT_EQ(chain.issues.at(0).problem, Problem::kTableUnreadable);
+}
+
+TEST(DiskLayoutTest, OverlapsAndGapsAreMarked) {
+    std::vector<std::uint8_t> bytes(100 * 512);
+    PutEntry(bytes, 0, 0, 0x83, 10, 20);
+    PutEntry(bytes, 0, 1, 0x83, 25, 10);   // overlaps the first
+    PutEntry(bytes, 0, 2, 0x0C, 90, 20);   // past the end
+    MemoryDisk disk(bytes, 512);
+    const DiskLayout layout = ReadLayout(disk);
+    ASSERT_EQ(layout.scheme, Scheme::kMbr);
+    std::vector<ObjectKind> kinds;
+    for (const auto& object : layout.objects) kinds.push_back(object.kind);
+    EXPECT_EQ(kinds, (std::vector<ObjectKind>{ObjectKind::kMbr, ObjectKind::kUnallocated, ObjectKind::kPartition,
+                                              ObjectKind::kPartition, ObjectKind::kUnallocated, ObjectKind::kPartition}));
+    EXPECT_EQ(layout.objects[1].count, 9u);
+    EXPECT_TRUE(layout.objects[2].structureErrors & kStructureOverlapping);
+    EXPECT_TRUE(layout.objects[3].structureErrors & kStructureOverlapping);
+    EXPECT_EQ(layout.objects[4].first, 35u);
+    EXPECT_EQ(layout.objects[4].count, 55u);
+    EXPECT_TRUE(layout.objects[5].structureErrors & kStructureReadError);
+}
+
+TEST(DiskLayoutTest, ProtectiveMbrWithoutValidGptIsCorrupted) {
+    std::vector<std::uint8_t> bytes(100 * 512);
+    PutEntry(bytes, 0, 0, kGptProtectiveType, 1, 99);
+    MemoryDisk disk(bytes, 512);
+    const DiskLayout layout = ReadLayout(disk);
+    EXPECT_EQ(layout.scheme, Scheme::kGpt);
+    EXPECT_EQ(layout.state, SchemeState::kCorrupted);
+    EXPECT_EQ(layout.issues.at(0).problem, Problem::kGptNoValidHeader);
+}
+
+// A FAT boot sector for `totalSectors` of 512 bytes with one sector per cluster and 2 FATs.
+std::vector<std::uint8_t> FatBootSector(std::uint32_t totalSectors, std::uint32_t fatSectors, bool fat32,
+                                        std::uint8_t sectorsPerCluster = 1) {
+    std::vector<std::uint8_t> sector(512);
+    sector[0] = 0xEB;
+    PutLe(sector, 11, 512, 2);
+    sector[13] = sectorsPerCluster;
+    PutLe(sector, 14, fat32 ? 32 : 1, 2);
+    sector[16] = 2;
+    PutLe(sector, 17, fat32 ? 0 : 512, 2);
+    sector[21] = 0xF8;
+    if (fat32) {
+        PutLe(sector, 36, fatSectors, 4);
+        PutLe(sector, 44, 2, 4);
+        std::copy_n("FAT32   ", 8, sector.begin() + 82);
+    } else {
+        PutLe(sector, 22, fatSectors, 2);
+        std::copy_n("FAT16   ", 8, sector.begin() + 54);
+    }
+    PutLe(sector, 32, totalSectors, 4);
+    return sector;
+}
+
+TEST(DiskDecoders, FatTypeFollowsTheClusterCount) {
+    std::string why;
+    bool claimed = false;
+    // Data sectors = total - reserved(1) - 2 x FAT(16) - root(32): 4084 clusters is FAT12, 4085 FAT16.
+    EXPECT_EQ(DecodeFatBootSector(FatBootSector(4084 + 65, 16, false), why, claimed)->fatBits, 12u);
+    EXPECT_EQ(DecodeFatBootSector(FatBootSector(4085 + 65, 16, false), why, claimed)->fatBits, 16u);
+    // With 256 sectors per FAT: 65524 clusters is FAT16, 65525 FAT32 (which needs FAT32's fields).
+    EXPECT_EQ(DecodeFatBootSector(FatBootSector(65524 + 545, 256, false), why, claimed)->fatBits, 16u);
+    EXPECT_EQ(DecodeFatBootSector(FatBootSector(65525 + 32 + 1024, 512, true), why, claimed)->fatBits, 32u);
+    const auto zero = DecodeFatBootSector(FatBootSector(80000, 640, true, 0), why, claimed);
+    EXPECT_FALSE(zero);
+    EXPECT_TRUE(claimed);
+    EXPECT_EQ(why, "sectors per cluster 0");
+    auto noJump = FatBootSector(80000, 640, true);
+    noJump[0] = 0;
+    std::fill_n(noJump.begin() + 82, 8, 0);
+    EXPECT_FALSE(DecodeFatBootSector(noJump, why, claimed));
+    EXPECT_FALSE(claimed);
+}
+
+TEST(DiskDecoders, VolumeReaderStaysInsideItsRegionAndTheDisk) {
+    MemoryDisk disk(std::vector<std::uint8_t>(10 * 512, 0xAB), 512);
+    VolumeReader inside(disk, 2, 4);
+    EXPECT_EQ(inside.Size(), 4u * 512);
+    std::vector<std::uint8_t> data;
+    EXPECT_TRUE(inside.Read(4 * 512 - 3, 3, data).Succeeded());
+    EXPECT_EQ(data.size(), 3u);
+    EXPECT_TRUE(inside.Read(4 * 512 - 3, 4, data).Failed());
+    EXPECT_TRUE(inside.Read(~0ull - 1, 4, data).Failed());
+    VolumeReader clipped(disk, 8, 100);
+    EXPECT_EQ(clipped.Size(), 2u * 512);
+    VolumeReader outside(disk, 20, 5);
+    EXPECT_EQ(outside.Size(), 0u);
+    EXPECT_EQ(ProbeFileSystem(outside).outcome, ProbeOutcome::kNotThisFormat);
+}
+
+TEST(DiskDecoders, NameTablesAndClasses) {
+    for (int type = 0; type < 256; ++type) EXPECT_LE(PartitionTypeName(static_cast<std::uint8_t>(type)).size(), 12u);
+    EXPECT_EQ(PartitionTypeName(0x07), "NTFS/exFAT");
+    EXPECT_EQ(PartitionTypeName(0xEF), "EFI system");
+    EXPECT_EQ(PartitionTypeName(0x99), "");
+    EXPECT_EQ(FileSystemOfTypeByte(0x06), FsType::kFat16);
+    EXPECT_EQ(FileSystemOfTypeByte(0x1E), FsType::kFat16);
+    EXPECT_EQ(FileSystemOfTypeByte(0x0C), FsType::kFat32);
+    EXPECT_EQ(FileSystemOfTypeByte(0x07), FsType::kNtfs);
+    EXPECT_EQ(FileSystemOfTypeByte(0x83), FsType::kNone);
+    EXPECT_EQ(MaxLabelLength(static_cast<std::uint64_t>(FsType::kFat32)), 11u);
+    EXPECT_EQ(MaxLabelLength(static_cast<std::uint64_t>(FsType::kNtfs)), 32u);
+    EXPECT_EQ(MaxLabelLength(static_cast<std::uint64_t>(FsType::kLvmPv)), 0u);
+    EXPECT_TRUE(CountsFreeSpace(static_cast<std::uint64_t>(FsType::kExt4)));
+    EXPECT_FALSE(CountsFreeSpace(static_cast<std::uint64_t>(FsType::kLinuxSwap)));
+    EXPECT_EQ(LabelFromBytes(std::vector<std::uint8_t>{'A', 0xE9, ' ', ' '}), u"A\u00E9");
+    EXPECT_EQ(LabelFromUtf16Le(std::vector<std::uint8_t>{'x', 0, 0xAC, 0x20, 0, 0, 'y', 0}), u"x\u20AC");
+}
+
+TEST(DiskDecoders, PathListsSplitAtTheSeparator) {
+    const auto paths = SplitPathList(std::string_view("/a.img::/b c.img:"), ':');
+    ASSERT_EQ(paths.size(), 2u);
+    EXPECT_EQ(paths[0], std::filesystem::path("/a.img"));
+    EXPECT_EQ(paths[1], std::filesystem::path("/b c.img"));
+    const auto windows = SplitPathList(std::wstring_view(L"C:\\a.img;Z:\\tmp\\b.img"), L';');
+    ASSERT_EQ(windows.size(), 2u);
+    EXPECT_EQ(windows[1], std::filesystem::path(L"Z:\\tmp\\b.img"));
+}
+
+}  // namespace
