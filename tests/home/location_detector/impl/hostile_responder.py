@@ -1,0 +1,113 @@
+#!/usr/bin/env python3
+"""A deliberately hostile device for the network tests.
+
+  hostile_responder.py ssdp <own address> <http mode>   answers SSDP searches with a LOCATION whose
+      HTTP server sends an endless body ("endless"), announces a huge one ("huge"), trickles one byte at a
+      time ("trickle") or never answers ("silent"); malformed SSDP replies are sent first.
+  hostile_responder.py mdns <own address>               answers every multicast DNS query with
+      malformed packets (pointer loops, cut records, lying counts) and a flood of them.
+"""
+import socket
+import struct
+import sys
+import threading
+import time
+
+HTTP_PORT = 8300
+
+
+def serve_http(address, mode):
+    server = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
+    server.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+    server.bind((address, HTTP_PORT))
+    server.listen(16)
+    while True:
+        connection, _ = server.accept()
+        threading.Thread(target=answer_http, args=(connection, mode), daemon=True).start()
+
+
+def answer_http(connection, mode):
+    sent = 0
+    try:
+        connection.recv(4096)
+        if mode == "silent":
+            time.sleep(600)
+        elif mode == "endless":
+            connection.sendall(b"HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\n\r\n<root><deviceType>")
+            block = b"A" * 65536
+            while True:
+                connection.sendall(block)
+                sent += len(block)
+        elif mode == "huge":
+            connection.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 1073741824\r\n\r\n")
+            block = b"<x/>" * 16384
+            while True:
+                connection.sendall(block)
+                sent += len(block)
+        elif mode == "trickle":
+            connection.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n")
+            while True:
+                connection.sendall(b"<")
+                sent += 1
+                time.sleep(0.2)
+    except OSError:
+        pass
+    finally:
+        print("http %s: connection ended after %d body bytes" % (mode, sent), flush=True)
+        connection.close()
+
+
+def serve_ssdp(address, mode):
+    threading.Thread(target=serve_http, args=(address, mode), daemon=True).start()
+    sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    sock.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+    sock.bind(("", 1900))
+    membership = socket.inet_aton("239.255.255.250") + socket.inet_aton(address)
+    sock.setsockopt(socket.IPPROTO_IP, socket.IP_ADD_MEMBERSHIP, membership)
+    while True:
+        data, sender = sock.recvfrom(4096)
+        if not data.startswith(b"M-SEARCH"):
+            continue
+        print("ssdp: search from %s:%d" % sender, flush=True)
+        for junk in (b"\x00\xff garbage", b"HTTP/1.1 200 OK\r\nST: upnp:rootdevice\r\n\r\n",
+                     b"HTTP/1.1 200 OK\r\nLOCATION: " + b"x" * 1400 + b"\r\n\r\n"):
+            sock.sendto(junk, sender)
+        reply = ("HTTP/1.1 200 OK\r\nCACHE-CONTROL: max-age=120\r\nST: upnp:rootdevice\r\n"
+                 "USN: uuid:00000000-0000-0000-0000-00000000bad0::upnp:rootdevice\r\nEXT:\r\n"
+                 "SERVER: Test/1.0 UPnP/1.1 Hostile/1.0\r\n"
+                 "LOCATION: http://%s:%d/desc.xml\r\n\r\n" % (address, HTTP_PORT)).encode()
+        sock.sendto(reply, sender)
+
+
+def malformed_answers():
+    header = lambda an: struct.pack(">HHHHHH", 0, 0x8400, 0, an, 0, 0)
+    loop = header(1) + b"\xc0\x0e\xc0\x0c" + struct.pack(">HHIH", 12, 1, 120, 0)
+    cut = header(1) + b"\x04_smb\x04_tcp\x05local\x00" + struct.pack(">HHIH", 12, 1, 120, 40) + b"\x03abc"
+    counts = struct.pack(">HHHHHH", 0, 0x8400, 0xFFFF, 0xFFFF, 0xFFFF, 0xFFFF)
+    ahead = header(1) + b"\xc0\x40" + struct.pack(">HHIH", 1, 1, 120, 4) + b"\x0a\x00\x00\x09"
+    return [loop, cut, counts, ahead, b"\x00" * 11]
+
+
+def serve_mdns(address):
+    sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    sock.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+    sock.bind(("", 5353))
+    membership = socket.inet_aton("224.0.0.251") + socket.inet_aton(address)
+    sock.setsockopt(socket.IPPROTO_IP, socket.IP_ADD_MEMBERSHIP, membership)
+    while True:
+        data, sender = sock.recvfrom(9000)
+        print("mdns: query from %s:%d" % sender, flush=True)
+        for _ in range(200):
+            for packet in malformed_answers():
+                sock.sendto(packet, sender)
+
+
+def main():
+    if sys.argv[1] == "ssdp":
+        serve_ssdp(sys.argv[2], sys.argv[3])
+    else:
+        serve_mdns(sys.argv[2])
+
+
+if __name__ == "__main__":
+    main()

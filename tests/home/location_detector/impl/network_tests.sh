@@ -1,0 +1,260 @@
+#!/usr/bin/env bash
+# The location detectors against real and hostile devices, each side in a network namespace of this
+# test's own, joined by a veth pair with a multicast route: Debian's minidlna over SSDP, avahi-daemon
+# over multicast DNS, and responders that answer with endless, huge, trickling or missing description
+# documents or with malformed multicast DNS packets. No packet leaves the two namespaces.
+# Usage: network_tests.sh <location_probe>   (exit 77: skipped)
+set -euo pipefail
+
+probe=$1
+here=$(cd "$(dirname "$0")" && pwd)
+
+skip() {
+  echo "SKIP: $*"
+  exit 77
+}
+[[ $EUID -eq 0 ]] || skip "network namespaces need root"
+for tool in ip minidlnad avahi-daemon python3 mount; do
+  command -v "$tool" >/dev/null || skip "$tool is not installed"
+done
+[[ -d /etc/avahi/services ]] || skip "avahi-daemon's service folder /etc/avahi/services is missing"
+
+id=$$
+nsA=srloc-a-$id   # the detector's side
+nsB=srloc-b-$id   # the devices' side
+vethA=sla$id
+vethB=slb$id
+work=$(mktemp -d)
+pids=()
+
+cleanup() {
+  local pid
+  for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
+  for pid in "${pids[@]}"; do wait "$pid" 2>/dev/null || true; done
+  ip netns del "$nsA" 2>/dev/null || true
+  ip netns del "$nsB" 2>/dev/null || true
+  rm -rf "$work"
+}
+trap cleanup EXIT
+
+ip netns add "$nsA" || skip "cannot create network namespaces here"
+ip netns add "$nsB"
+ip link add "$vethA" type veth peer name "$vethB"
+ip link set "$vethA" netns "$nsA"
+ip link set "$vethB" netns "$nsB"
+for side in "$nsA:$vethA" "$nsB:$vethB"; do
+  ns=${side%%:*} dev=${side##*:}
+  ip -n "$ns" link set lo up
+  ip -n "$ns" link set "$dev" up
+  ip -n "$ns" route add 224.0.0.0/4 dev "$dev"
+done
+
+# Gives both ends of the link new addresses: address of A, address of B, prefix length.
+address_link() {
+  ip -n "$nsA" addr flush dev "$vethA" scope global
+  ip -n "$nsB" addr flush dev "$vethB" scope global
+  ip -n "$nsA" addr add "$1/$3" dev "$vethA"
+  ip -n "$nsB" addr add "$2/$3" dev "$vethB"
+  ip -n "$nsA" route replace 224.0.0.0/4 dev "$vethA"
+  ip -n "$nsB" route replace 224.0.0.0/4 dev "$vethB"
+  addressB=$2
+}
+
+# Waits until a TCP port of side B accepts connections from side A.
+wait_for_port() {
+  local port=$1 tries
+  for tries in $(seq 50); do
+    if ip netns exec "$nsA" bash -c "exec 3<>/dev/tcp/$addressB/$port" 2>/dev/null; then return 0; fi
+    sleep 0.2
+  done
+  echo "FAIL: nothing listens on $addressB:$port"
+  exit 1
+}
+
+stop() {
+  kill "$1" 2>/dev/null || true
+  wait "$1" 2>/dev/null || true
+}
+
+minidlna=
+start_minidlna() {
+  local dir=$work/minidlna-$RANDOM
+  mkdir -p "$dir/media" "$dir/db" "$dir/log"
+  cat >"$dir/minidlna.conf" <<EOF
+port=8200
+network_interface=$vethB
+media_dir=$dir/media
+db_dir=$dir/db
+log_dir=$dir/log
+friendly_name=$1
+inotify=no
+EOF
+  ip netns exec "$nsB" minidlnad -f "$dir/minidlna.conf" -P "$dir/minidlna.pid" -S >"$dir/out.txt" 2>&1 &
+  minidlna=$!
+  pids+=("$minidlna")
+  wait_for_port 8200
+}
+
+# avahi-daemon reads its services from a fixed folder and keeps its pid file and socket in another; a
+# mount namespace of its own (ip netns exec gives one) lets private folders stand in for both.
+avahi=
+start_avahi() {
+  local dir=$work/avahi
+  mkdir -p "$dir/services" "$dir/run/avahi-daemon"
+  cat >"$dir/avahi-daemon.conf" <<EOF
+[server]
+host-name=nas-test
+domain-name=local
+use-ipv4=yes
+use-ipv6=no
+allow-interfaces=$vethB
+enable-dbus=no
+[wide-area]
+enable-wide-area=no
+[publish]
+publish-hinfo=no
+publish-workstation=no
+EOF
+  cat >"$dir/services/smb.service" <<'EOF'
+<?xml version="1.0" standalone='no'?>
+<!DOCTYPE service-group SYSTEM "avahi-service.dtd">
+<service-group>
+  <name>Büro Speicher</name>
+  <service>
+    <type>_smb._tcp</type>
+    <port>445</port>
+    <txt-record>model=TestNAS</txt-record>
+  </service>
+</service-group>
+EOF
+  ip netns exec "$nsB" sh -c "mount --bind '$dir/services' /etc/avahi/services && mount --bind '$dir/run' /run &&
+    exec avahi-daemon --no-drop-root --no-chroot --no-rlimits --no-proc-title -f '$dir/avahi-daemon.conf'" \
+    >"$dir/out.txt" 2>&1 &
+  avahi=$!
+  pids+=("$avahi")
+  local tries
+  for tries in $(seq 50); do
+    if grep -qs "successfully established" "$dir/out.txt"; then return 0; fi
+    sleep 0.2
+  done
+  cat "$dir/out.txt"
+  echo "FAIL: avahi-daemon did not publish its service"
+  exit 1
+}
+
+hostile=
+start_hostile() {
+  ip netns exec "$nsB" python3 "$here/hostile_responder.py" "$@" >"$work/hostile.txt" 2>&1 &
+  hostile=$!
+  pids+=("$hostile")
+}
+
+failures=0
+fail() {
+  echo "FAIL: $*"
+  failures=$((failures + 1))
+}
+
+# Runs the probe in side A: detector kind, search seconds, [URN device type].
+out=$work/probe.txt
+probe_run() {
+  echo "--- location_probe $*"
+  ip netns exec "$nsA" "$probe" "$@" >"$out" 2>&1 || fail "location_probe $* exited with $?"
+  grep -E "^LOCATION|^ELAPSED_MS|\[(warning|error)\]|Discovered|Found|Ignoring" "$out" | sed 's/^.*): //' | cut -c1-200 | sort -u | head -20
+}
+locations() { grep -c "^LOCATION" "$out" || true; }
+expect_locations() { [[ $(locations) -eq $1 ]] || fail "$2: expected $1 location(s), found $(locations)"; }
+expect_location() {
+  grep -qF "$(printf 'LOCATION\t%s\t%s\t%s\t' "$1" "$2" "$3")" "$out" || fail "$4: no location '$1' '$2' '$3'"
+}
+expect_log() { grep -qF -- "$1" "$out" || fail "$2: the log lacks '$1'"; }
+expect_within() {
+  local elapsed
+  elapsed=$(sed -n 's/^ELAPSED_MS //p' "$out")
+  [[ -n $elapsed && $elapsed -le $1 ]] || fail "$2: took ${elapsed:-?} ms, more than $1 ms"
+}
+
+address_link 10.231.0.1 10.231.0.2 24
+
+echo "=== a media server named like a NAS maker's"
+start_minidlna "Synology DiskStation"
+probe_run upnp 4 -1
+expect_locations 1 "NAS-named media server"
+expect_location "Synology DiskStation" '\\10.231.0.2' 10.231.0.2 "NAS-named media server"
+expect_log "+Found NAS device by vendor: Synology DiskStation" "NAS-named media server"
+stop "$minidlna"
+
+echo "=== a media server with a plain name"
+start_minidlna "Living Room Server"
+probe_run upnp 4 -1
+expect_locations 0 "plain media server, default algorithm"
+expect_log "-Found not a NAS device: Living Room Server Urn = urn:schemas-upnp-org:device:MediaServer:1 Vendor=  " \
+  "plain media server, default algorithm"
+probe_run upnp 4 0
+expect_location "Living Room Server" '\\10.231.0.2' 10.231.0.2 "URN type 0"
+expect_log "Warning! Ommit urn is setted. All upnp devices will be detected as NAS." "URN type 0"
+probe_run upnp 4 1
+expect_location "Living Room Server" '\\10.231.0.2' 10.231.0.2 "forced type 1"
+expect_log "Warning! upnp urn detection is forced by: urn:schemas-upnp-org:device:NAS:1" "forced type 1"
+probe_run upnp 4 2
+expect_locations 0 "forced type 2"
+expect_log "Discovered upnp device: http://10.231.0.2:8200/rootDesc.xml" "forced type 2"
+stop "$minidlna"
+
+echo "=== an SMB service published over multicast DNS"
+start_avahi
+probe_run bonjour 3
+expect_locations 1 "avahi SMB service"
+expect_location "Büro Speicher" '\\nas-test.local' nas-test.local "avahi SMB service"
+expect_log "TXT: model=TestNAS" "avahi SMB service"
+expect_log "Address: 10.231.0.2" "avahi SMB service"
+stop "$avahi"
+
+# Caps: the search time, then at most 4 s (UpnpDetector::kDownloadTime) for what was started, plus the
+# last 200 ms that destruction grants a search before leaving it behind.
+echo "=== hostile description servers"
+for mode in endless huge trickle; do
+  start_hostile ssdp 10.231.0.2 "$mode"
+  wait_for_port 8300
+  probe_run upnp 3 0
+  expect_locations 0 "$mode description"
+  expect_log "Cannot read the description of http://10.231.0.2:8300/desc.xml" "$mode description"
+  expect_within 7200 "$mode description"
+  # The detector, not the server, ended the download.
+  sleep 0.3
+  grep -q "http $mode: connection ended after" "$work/hostile.txt" || fail "$mode description: the download did not end"
+  stop "$hostile"
+done
+start_hostile ssdp 10.231.0.2 silent
+wait_for_port 8300
+probe_run upnp 7 0
+expect_locations 0 "silent description server"
+expect_log "The answer did not come in time." "silent description server"
+expect_within 11200 "silent description server"
+stop "$hostile"
+
+echo "=== malformed multicast DNS answers"
+start_hostile mdns 10.231.0.2
+sleep 0.5
+probe_run bonjour 3
+expect_locations 0 "malformed mDNS"
+expect_log "Ignoring a malformed Bonjour answer from 10.231.0.2: compression pointer does not point backwards" "malformed mDNS"
+expect_within 7200 "malformed mDNS"
+stop "$hostile"
+
+echo "=== one device over both protocols, on link-local addresses"
+address_link 169.254.10.1 169.254.10.2 16
+start_minidlna "Synology DiskStation"
+start_avahi
+probe_run composite 5
+expect_locations 1 "joined device"
+grep -qP '^LOCATION\t(Synology DiskStation|Büro Speicher)\t\\\\nas-test.local\tnas-test.local\t' "$out" ||
+  fail "joined device: not one location named by either protocol at \\\\nas-test.local"
+expect_log "<friendlyName>Synology DiskStation</friendlyName>" "joined device"
+expect_log "Service: Büro Speicher._smb._tcp.local." "joined device"
+
+if [[ $failures -ne 0 ]]; then
+  echo "$failures check(s) failed"
+  exit 1
+fi
+echo "all network checks passed"
