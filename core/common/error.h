@@ -30,7 +30,7 @@ class Error {
 public:
     struct Entry;
 
-    Error() noexcept = default;
+    Error() noexcept {}
     Error(const Error& other) noexcept;
     Error(Error&& other) noexcept;
     Error& operator=(const Error& other) noexcept;
