@@ -344,6 +344,7 @@ private:
             state.object = object;
             if (object.typeGuid) state.typeGuidText = object.typeGuid->ToString();
             if (object.uniqueGuid) state.uniqueGuidText = object.uniqueGuid->ToString();
+            state.errorText = JoinIssues(state.Issues());
             if (object.kind != ObjectKind::kPartition) continue;
             for (const auto& volume : volumes)
                 if (volume.offsetBytes == object.first * sectorSize && (volume.osPartitionNumber || object.number == 0))
@@ -415,6 +416,16 @@ private:
         case Prop::kObjectHandle: {
             const DiskState& disk = CurrentDisk(operation);
             return currentObject_ ? disk.handle | (*currentObject_ + 1) : 0;
+        }
+        case Prop::kSchemeState: {
+            // The disk's scheme state, or the container code of the current object (none here).
+            const DiskState& disk = CurrentDisk(operation);
+            if (currentObject_) return 0;
+            switch (disk.layout.state) {
+            case Disk::SchemeState::kReadError: return SchemeState::kReadError;
+            case Disk::SchemeState::kCorrupted: return SchemeState::kCorrupted;
+            default: return SchemeState::kOk;
+            }
         }
         default: break;
         }
@@ -514,7 +525,6 @@ private:
         case Prop::kSectorCount: return object.count;
         case Prop::kCheckAuthoritative: return state.checks && state.authoritative;
         case Prop::kSchemeTypeByte: return gpt ? Disk::kGptProtectiveType : object.typeByte;
-        case Prop::kSchemeState: return 0;
         case Prop::kFsSectors: return state.fs ? state.fs->sizeBytes / disk.device->SectorSize() : 0;
         case Prop::kWarnings: return state.fsWarnings;
         case Prop::kIsMbr: return object.kind == ObjectKind::kMbr;
@@ -549,6 +559,8 @@ private:
             const auto type = Disk::LookUpGptType(*object.typeGuid);
             return type ? Text(type->name) : 0;
         }
+        // Type 0 marks an unused entry; a partition holding it is a whole-disk volume without a table.
+        if (object.typeByte == 0) return 0;
         if (object.kind != ObjectKind::kPartition && object.kind != ObjectKind::kExtendedTable) return 0;
         return Text(Disk::PartitionTypeName(object.typeByte));
     }
