@@ -10,6 +10,7 @@
 #include "core/common/uuid.h"
 #include "core/file/zip/zip_writer.h"
 #include "products/imager/system_report/filtered_copy.h"
+#include "products/imager/system_report/link_check.h"
 #include "products/imager/system_report/settings_file.h"
 
 namespace fs = std::filesystem;
@@ -50,20 +51,8 @@ public:
                                  "' is not in the report.");
             return {};
         }
-        fs::path stored = source;
-        std::optional<fs::path> settingsCopy;
-        if (IsSettingsFile(source)) {
-            settingsCopy = MakeReportCopyOfSettings(source);
-            if (!settingsCopy) {
-                Common::Log::Warning("Settings file '" + Common::PathToUtf8(source) +
-                                     "' cannot be copied without its passwords; it is not in the report.");
-                return {};
-            }
-            stored = *settingsCopy;
-        }
-        Common::Error result = Store(stored, name, filter, ModifiedTime(source));
-        if (settingsCopy) fs::remove(*settingsCopy, ec);
-        return result;
+        if (IsSettingsFile(source)) return StoreSettings(source, name, filter);
+        return Store(source, name, filter, ModifiedTime(source));
     }
 
     Common::Error StoreFolder(const fs::path& folder, const std::string& prefix, bool recursive,
@@ -86,7 +75,7 @@ public:
             std::string name = prefix + Common::PathToUtf8(path.filename());
             // A link could pull files from outside the product's folder (a user's private files) into
             // the archive, and a link loop would never end: links are never followed.
-            if (child.is_symlink(ec)) {
+            if (IsLink(path)) {
                 Common::Log::Warning("Link '" + Common::PathToUtf8(path) + "' is not followed; it is not in the report.");
                 continue;
             }
@@ -103,6 +92,25 @@ public:
     }
 
 private:
+    // A settings file is stored through a scrubbed copy beside it; where that folder cannot be written
+    // the scrubbed text is stored from memory, so the passwords never reach the archive either way.
+    Common::Error StoreSettings(const fs::path& source, const std::string& name, const CopyFileFilter* filter) {
+        std::string text;
+        if (auto error = ReadWholeFile(source, text); error.Failed()) {
+            Common::Log::WriteError(Common::Log::kError, "Settings file '" + name + "' cannot be read: ", error);
+            return {};
+        }
+        std::string scrubbed = RemoveSecretSettings(text);
+        std::time_t modified = ModifiedTime(source);
+        if (auto copy = WriteReportCopyOfSettings(source, scrubbed)) {
+            Common::Error result = Store(*copy, name, filter, modified);
+            std::error_code ec;
+            fs::remove(*copy, ec);
+            return result;
+        }
+        return StoreText(std::move(scrubbed), name, filter, modified);
+    }
+
     Common::Error Store(const fs::path& source, const std::string& name, const CopyFileFilter* filter, std::time_t modified) {
         if (!filter) {
             if (auto error = zip_.AddFileFromDisk(name, source, modified); error.Failed()) return WriteFailure(error);
@@ -113,14 +121,21 @@ private:
             Common::Log::WriteError(Common::Log::kError, "Report file '" + name + "' cannot be read: ", error);
             return {};
         }
-        std::string filtered;
-        if (auto error = filter->Filter(text, filtered); error.Failed()) {
-            // Text that was meant to be redacted and was not must never reach the archive.
-            Common::Log::WriteError(Common::Log::kError, "Report file '" + name + "' cannot be filtered and is left out: ",
-                                    error);
-            return {};
+        return StoreText(std::move(text), name, filter, modified);
+    }
+
+    Common::Error StoreText(std::string text, const std::string& name, const CopyFileFilter* filter, std::time_t modified) {
+        if (filter) {
+            std::string filtered;
+            if (auto error = filter->Filter(text, filtered); error.Failed()) {
+                // Text that was meant to be redacted and was not must never reach the archive.
+                Common::Log::WriteError(Common::Log::kError,
+                                        "Report file '" + name + "' cannot be filtered and is left out: ", error);
+                return {};
+            }
+            text = std::move(filtered);
         }
-        if (auto error = zip_.AddFile(name, filtered, modified); error.Failed()) return WriteFailure(error);
+        if (auto error = zip_.AddFile(name, text, modified); error.Failed()) return WriteFailure(error);
         return {};
     }
 

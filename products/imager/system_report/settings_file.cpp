@@ -5,7 +5,6 @@
 #include <array>
 #include <cwctype>
 #include <fstream>
-#include <iterator>
 
 #include "core/common/strings.h"
 
@@ -71,18 +70,18 @@ std::string RemoveSecretSettings(const std::string& text) {
     return std::string(kept.begin(), kept.end());
 }
 
-std::optional<std::filesystem::path> MakeReportCopyOfSettings(const std::filesystem::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return std::nullopt;
-    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (in.bad()) return std::nullopt;
+std::optional<std::filesystem::path> WriteReportCopyOfSettings(const std::filesystem::path& path,
+                                                               const std::string& scrubbed) {
     std::filesystem::path copy = path;
     copy += ".for_report";
     std::ofstream out(copy, std::ios::binary | std::ios::trunc);
-    std::string scrubbed = RemoveSecretSettings(text);
     out.write(scrubbed.data(), static_cast<std::streamsize>(scrubbed.size()));
     out.close();
-    if (!out) return std::nullopt;
+    if (!out) {
+        std::error_code ec;
+        std::filesystem::remove(copy, ec);
+        return std::nullopt;
+    }
     return copy;
 }
 

@@ -15,8 +15,9 @@ bool IsSettingsFile(const std::filesystem::path& path);
 // Everything else, including comments, line ends and the encoding, is kept as it was.
 std::string RemoveSecretSettings(const std::string& text);
 
-// Writes the scrubbed copy "<file>.for_report" beside the file and returns its path; nullopt when the
-// file cannot be read or the copy cannot be written.
-std::optional<std::filesystem::path> MakeReportCopyOfSettings(const std::filesystem::path& path);
+// Writes `scrubbed` as the copy "<file>.for_report" beside the file and returns its path; nullopt when
+// the copy cannot be written there.
+std::optional<std::filesystem::path> WriteReportCopyOfSettings(const std::filesystem::path& path,
+                                                               const std::string& scrubbed);
 
 }  // namespace SystemReport

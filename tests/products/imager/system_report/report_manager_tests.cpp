@@ -245,6 +245,15 @@ TEST_F(FolderEntryTest, SettingsFilesLoseTheirPasswordsAndTheCopyIsCleanedUp) {
         << "the product's own file must stay as it was";
 }
 
+TEST_F(FolderEntryTest, SettingsAreScrubbedEvenWhereTheCopyCannotBeWritten) {
+    fs::path data = temp.path() / "data";
+    WriteFile(data / "s.ini", "OBPassword=hunter2\nkeep=1\n");
+    // A folder in the copy's place makes writing the copy fail, as a read-only product folder would.
+    fs::create_directories(data / "s.ini.for_report");
+    auto zip = Run({{data, L"d/", L"t", std::make_shared<UpperCaseFilter>(), true, true}});
+    EXPECT_EQ(zip.at("d/s.ini").data, "KEEP=1\n");
+}
+
 TEST_F(FolderEntryTest, FiltersApplyToEveryFileAndAFailingFilterLeavesTheFileOut) {
     fs::path data = temp.path() / "data";
     WriteFile(data / "a.log", "user name: jdoe");
