@@ -1,23 +1,29 @@
-// A folder laid out as efivarfs (one "<name>-<guid>" file per variable: 4 attribute bytes, then the
-// value), for the Linux backend's tests.
+// A folder laid out as efivarfs: one "<name>-<guid>" file per variable, its 4 attribute bytes, then the value.
 #pragma once
 
 #include <filesystem>
-#include <map>
-#include <string>
+#include <fstream>
 
+#include "core/common/strings.h"
 #include "tests/core/grub_parser/uefi_bootvars/uefi_test_bytes.h"
 
 namespace UefiTest {
 
-inline constexpr const char* kGlobalGuidSuffix = "-8be4df61-93ca-11d2-aa0d-00e098032b8c";
+inline const std::string kGlobalGuidSuffix = "-8be4df61-93ca-11d2-aa0d-00e098032b8c";
 
-// Writes one variable file of the global-variable GUID with attributes 7 (or the given ones).
-void WriteEfivarfsVariable(const std::filesystem::path& root, const std::string& name, const Bytes& data,
-                           std::uint32_t attributes = 7);
+inline void WriteEfivarfsFile(const std::filesystem::path& path, const Bytes& data, std::uint32_t attributes = 7) {
+    Bytes file;
+    PutU32(file, attributes);
+    file.insert(file.end(), data.begin(), data.end());
+    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(file.data()), static_cast<std::streamsize>(file.size()));
+}
 
-// The fixture machine's variables, plus files the listing must pass over: a BootNext, a Boot#### of
-// another vendor GUID, lower-case digits, and a name that is not hexadecimal.
-void WriteFixtureMachine(const std::filesystem::path& root);
+// The fixture machine's variables, and files the listing passes over: BootNext, lower-case digits, a
+// name that is not hexadecimal, a Boot#### of another vendor GUID.
+inline void WriteFixtureMachine(const std::filesystem::path& root) {
+    for (const auto& [name, data] : FixtureVariables()) WriteEfivarfsFile(root / (Common::WideToUtf8(name) + kGlobalGuidSuffix), data);
+    for (const char* other : {"BootNext", "Boot000b", "Boot00G1"}) WriteEfivarfsFile(root / (other + kGlobalGuidSuffix), {2, 0});
+    WriteEfivarfsFile(root / "Boot0005-e04e8b9a-1f1b-4e2c-9c3a-6d5b5f0d3a11", LoadOption(1, u"vendor", EndNode()));
+}
 
 }  // namespace UefiTest

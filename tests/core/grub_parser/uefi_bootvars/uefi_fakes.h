@@ -5,49 +5,37 @@
 #include <algorithm>
 #include <map>
 #include <optional>
-#include <string>
-#include <vector>
 
 #include "core/grub_parser/uefi_bootvars/nt_variable.h"
 #include "core/grub_parser/uefi_bootvars/uefi_errors.h"
-#include "core/grub_parser/uefi_bootvars/variable.h"
+#include "tests/core/grub_parser/uefi_bootvars/uefi_test_bytes.h"
 
 namespace UefiTest {
 
-// Variables of the global-variable GUID by name; boot entry ids are the Boot#### names unless given.
+// Values of the global-variable GUID by name; the boot entries listed are the Boot#### names held.
 class FakeVariableStore final : public Uefi::VariableStore {
 public:
-    struct Value {
-        std::vector<std::uint8_t> data;
-        std::uint32_t attributes = Uefi::kBootVariableAttributes;
-    };
-    std::map<std::wstring, Value> values;
-    std::map<std::wstring, Common::Error> readErrors;
+    std::map<std::wstring, Bytes> values;
+    std::map<std::wstring, Common::Error> readErrors;  // names listed as entries but unreadable
     Common::Error enumerateError;
-    std::optional<std::vector<std::uint16_t>> ids;
     bool allowed = true;
     int reads = 0;
-
-    template <typename Variables>
-    explicit FakeVariableStore(const Variables& variables) {
-        for (const auto& [name, data] : variables) values[name].data = data;
-    }
-    FakeVariableStore() = default;
 
     bool BootVariablesAllowed() override { return allowed; }
     Uefi::VariablePtr CreateVariable(const Uefi::Guid& vendor, std::wstring name, std::uint32_t attributes) override {
         return std::make_shared<Variable>(*this, vendor, std::move(name), attributes);
     }
-    Common::Error EnumerateBootEntryIds(std::vector<std::uint16_t>& out) override {
+    Common::Error EnumerateBootEntryIds(std::vector<std::uint16_t>& ids) override {
         if (enumerateError.Failed()) return enumerateError;
-        if (ids) {
-            out = *ids;
-            return {};
+        std::map<std::uint16_t, bool> found;
+        for (const auto& [name, value] : values) {
+            if (auto number = Uefi::ParseBootEntryVariableName(name)) found[*number] = true;
         }
-        out.clear();
-        for (const auto& entry : values) {
-            if (auto number = Uefi::ParseBootEntryVariableName(entry.first)) out.push_back(*number);
+        for (const auto& [name, error] : readErrors) {
+            if (auto number = Uefi::ParseBootEntryVariableName(name)) found[*number] = true;
         }
+        ids.clear();
+        for (const auto& entry : found) ids.push_back(entry.first);
         return {};
     }
 
@@ -58,38 +46,28 @@ private:
             : Uefi::Variable(vendor, std::move(name), attributes), store_(store) {}
 
     protected:
-        Common::Error ReadValue(std::vector<std::uint8_t>& data, std::uint32_t& attributes) override {
+        Common::Error ReadValue(std::vector<std::uint8_t>& data, std::uint32_t&) override {
             ++store_.reads;
             if (auto error = store_.readErrors.find(Name()); error != store_.readErrors.end()) return error->second;
             auto value = store_.values.find(Name());
             if (value == store_.values.end()) return Uefi::MakeNotFoundError(Name());
-            data = value->second.data;
-            attributes = value->second.attributes;
+            data = value->second;
             return {};
         }
-        Common::Error WriteValue(std::span<const std::uint8_t> data, std::uint32_t attributes) override {
-            if (data.empty()) store_.values.erase(Name());
-            else store_.values[Name()] = {{data.begin(), data.end()}, attributes};
-            return {};
-        }
+        Common::Error WriteValue(std::span<const std::uint8_t>, std::uint32_t) override { return {}; }
 
     private:
         FakeVariableStore& store_;
     };
 };
 
-// Firmware behind the native routines' calling conventions; `calls` records what was asked, in order.
+// Firmware behind the native routines' conventions; `calls` records what was asked, in order.
 class FakeNativeRoutines final : public Uefi::NativeRoutines {
 public:
-    struct Value {
-        std::vector<std::uint8_t> data;
-        std::uint32_t attributes = Uefi::kBootVariableAttributes;
-    };
-    std::map<std::wstring, Value> firmware;
+    std::map<std::wstring, std::pair<Bytes, std::uint32_t>> firmware;  // value and attributes
     std::optional<std::uint32_t> queryStatus;  // answered instead of looking into `firmware`
-    std::uint32_t setStatus = 0;
-    std::vector<std::uint8_t> bootEntryList;
-    std::uint32_t enumerateStatus = 0;
+    std::uint32_t setStatus = 0, enumerateStatus = 0;
+    Bytes bootEntryList;
     Common::Error findQueryError, findSetError, findEnumerateError, privilegeError;
     std::vector<std::string> calls;
 
@@ -101,52 +79,40 @@ public:
     Common::Error Query(const std::wstring& name, const Uefi::Guid&, std::span<std::uint8_t> buffer,
                         std::uint32_t& length, std::uint32_t& attributes, std::uint32_t& status) override {
         calls.push_back("query " + std::to_string(length));
-        if (queryStatus) {
-            status = *queryStatus;
-            return {};
-        }
         auto value = firmware.find(name);
-        if (value == firmware.end()) {
-            status = Uefi::NtStatus::kVariableNotFound;
-            return {};
+        if (queryStatus || value == firmware.end()) {
+            status = queryStatus.value_or(Uefi::NtStatus::kVariableNotFound);
+        } else {
+            status = Give(value->second.first, buffer, length);
+            attributes = value->second.second;
         }
-        const std::vector<std::uint8_t>& data = value->second.data;
-        if (length < data.size()) {
-            length = static_cast<std::uint32_t>(data.size());
-            status = Uefi::NtStatus::kBufferTooSmall;
-            return {};
-        }
-        std::copy(data.begin(), data.end(), buffer.begin());
-        length = static_cast<std::uint32_t>(data.size());
-        attributes = value->second.attributes;
-        status = 0;
         return {};
     }
-
     Common::Error Set(const std::wstring& name, const Uefi::Guid&, std::span<const std::uint8_t> data,
                       std::uint32_t attributes, std::uint32_t& status) override {
         calls.push_back("set " + std::to_string(data.size()));
         status = setStatus;
-        if (status != 0) return {};
-        if (data.empty()) firmware.erase(name);
-        else firmware[name] = {{data.begin(), data.end()}, attributes};
+        if (status == 0 && data.empty()) firmware.erase(name);
+        else if (status == 0) firmware[name] = {{data.begin(), data.end()}, attributes};
         return {};
     }
-
     std::uint32_t Enumerate(std::span<std::uint8_t> buffer, std::uint32_t& length) override {
         calls.push_back("enumerate " + std::to_string(length));
-        if (enumerateStatus != 0) return enumerateStatus;
-        bool fits = length >= bootEntryList.size();
-        length = static_cast<std::uint32_t>(bootEntryList.size());
-        if (!fits) return Uefi::NtStatus::kBufferTooSmall;
-        std::copy(bootEntryList.begin(), bootEntryList.end(), buffer.begin());
-        return 0;
+        return enumerateStatus != 0 ? enumerateStatus : Give(bootEntryList, buffer, length);
     }
 
 private:
     Common::Error Record(const char* call, const Common::Error& error) {
         calls.push_back(call);
         return error;
+    }
+    // STATUS_BUFFER_TOO_SMALL with the size needed, or the bytes.
+    static std::uint32_t Give(const Bytes& value, std::span<std::uint8_t> buffer, std::uint32_t& length) {
+        bool fits = length >= value.size();
+        length = static_cast<std::uint32_t>(value.size());
+        if (!fits) return Uefi::NtStatus::kBufferTooSmall;
+        std::copy(value.begin(), value.end(), buffer.begin());
+        return 0;
     }
 };
 

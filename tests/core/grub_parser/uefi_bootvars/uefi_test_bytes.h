@@ -1,55 +1,124 @@
-// Byte vectors in the layouts of the UEFI specification (EFI_LOAD_OPTION, device-path nodes), the boot
-// entries of the fixture machine shared by the report tests, and the report text expected for it.
+// Byte vectors in the layouts of the UEFI specification (EFI_LOAD_OPTION, device-path nodes), and the
+// fixture machine that the report tests share with the text expected for it.
 #pragma once
 
 #include <array>
 #include <cstdint>
 #include <map>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace UefiTest {
 
 using Bytes = std::vector<std::uint8_t>;
 
-void PutU16(Bytes& out, std::uint16_t value);
-void PutU32(Bytes& out, std::uint32_t value);
-void PutU64(Bytes& out, std::uint64_t value);
-Bytes Concat(std::initializer_list<Bytes> parts);
-
-// UTF-16LE units of `text`, with a terminating zero unit when `terminated`.
-Bytes Utf16(std::u16string_view text, bool terminated = true);
-
-// Any node: header (type, subtype, length = 4 + body unless given) and body.
-Bytes Node(std::uint8_t type, std::uint8_t subType, const Bytes& body, int declaredLength = -1);
-// HARDDRIVE_DEVICE_PATH (4, 1), 42 bytes unless `declaredLength` says otherwise (the bytes stay 42).
-Bytes HardDriveNode(std::uint32_t number, std::uint64_t start, std::uint64_t size,
-                    const std::array<std::uint8_t, 16>& signature, std::uint8_t format, std::uint8_t signatureType,
-                    std::uint16_t declaredLength = 42);
-// FILEPATH_DEVICE_PATH (4, 4) with a null-terminated path.
-Bytes FilePathNode(std::u16string_view path);
-// End of the whole path (0x7F, 0xFF) or of one instance (0x7F, 0x01).
-Bytes EndNode(std::uint8_t subType = 0xFF);
-
+inline void PutU16(Bytes& out, std::uint16_t value) {
+    out.push_back(static_cast<std::uint8_t>(value));
+    out.push_back(static_cast<std::uint8_t>(value >> 8));
+}
+inline void PutU32(Bytes& out, std::uint32_t value) {
+    PutU16(out, static_cast<std::uint16_t>(value));
+    PutU16(out, static_cast<std::uint16_t>(value >> 16));
+}
+inline Bytes Concat(std::initializer_list<Bytes> parts) {
+    Bytes out;
+    for (const Bytes& part : parts) out.insert(out.end(), part.begin(), part.end());
+    return out;
+}
+// UTF-16LE, with a terminating zero unit unless told otherwise.
+inline Bytes Utf16(std::u16string_view text, bool terminated = true) {
+    Bytes out;
+    for (char16_t unit : text) PutU16(out, unit);
+    if (terminated) PutU16(out, 0);
+    return out;
+}
+// EFI_DEVICE_PATH_PROTOCOL header (length 4 + body unless declared otherwise) and body.
+inline Bytes Node(std::uint8_t type, std::uint8_t subType, const Bytes& body, int declaredLength = -1) {
+    Bytes out{type, subType};
+    PutU16(out, static_cast<std::uint16_t>(declaredLength >= 0 ? declaredLength : 4 + static_cast<int>(body.size())));
+    return Concat({out, body});
+}
+// HARDDRIVE_DEVICE_PATH (4, 1): always 42 bytes, whatever length its header declares.
+inline Bytes HardDriveNode(std::uint32_t number, std::uint64_t start, std::uint64_t size,
+                           const std::array<std::uint8_t, 16>& signature, std::uint8_t signatureType,
+                           std::uint16_t declaredLength = 42) {
+    Bytes body;
+    PutU32(body, number);
+    for (std::uint64_t value : {start, size}) {
+        PutU32(body, static_cast<std::uint32_t>(value));
+        PutU32(body, static_cast<std::uint32_t>(value >> 32));
+    }
+    body.insert(body.end(), signature.begin(), signature.end());
+    body.push_back(signatureType);  // PartitionFormat: 1 PC-AT MBR, 2 GPT; here always matching
+    body.push_back(signatureType);  // SignatureType: 1 MBR signature, 2 GUID
+    return Node(4, 1, body, declaredLength);
+}
+inline Bytes FilePathNode(std::u16string_view path) { return Node(4, 4, Utf16(path)); }
+inline Bytes EndNode(std::uint8_t subType = 0xFF) { return Node(0x7F, subType, {}); }
 // EFI_LOAD_OPTION; FilePathListLength is the size of `pathList` unless given.
-Bytes LoadOption(std::uint32_t attributes, std::u16string_view description, const Bytes& pathList,
-                 const Bytes& optionalData = {}, int pathListLength = -1);
+inline Bytes LoadOption(std::uint32_t attributes, std::u16string_view description, const Bytes& pathList,
+                        const Bytes& optionalData = {}, int pathListLength = -1) {
+    Bytes out;
+    PutU32(out, attributes);
+    PutU16(out, static_cast<std::uint16_t>(pathListLength >= 0 ? pathListLength : static_cast<int>(pathList.size())));
+    return Concat({out, Utf16(description), pathList, optionalData});
+}
+// 5A2B0C3D-0001-0002-A0B1-C2D3E4F50617 in its on-disk byte order.
+inline std::array<std::uint8_t, 16> GptSignature() {
+    return {0x3D, 0x0C, 0x2B, 0x5A, 0x01, 0x00, 0x02, 0x00, 0xA0, 0xB1, 0xC2, 0xD3, 0xE4, 0xF5, 0x06, 0x17};
+}
 
-// The GUID 5A2B0C3D-0001-0002-A0B1-C2D3E4F50617 in its on-disk byte order.
-std::array<std::uint8_t, 16> SampleGptSignature();
+inline std::string HexDump(const Bytes& bytes) {
+    std::string out;
+    for (std::uint8_t byte : bytes) out += "0123456789ABCDEF"[byte >> 4] + std::string(1, "0123456789ABCDEF"[byte & 15]) + " ";
+    return out;
+}
 
-// "01 00 00 00 ": the report's dump of raw bytes.
-std::string HexDump(const Bytes& bytes);
+inline const std::string kSeparator = "\r\n\r\n***\r\n\r\n";
 
-// The fixture machine: Boot0000 (GPT disk, file path), Boot0001 (undecodable: no zero after its
-// description), Boot0002 (network boot, no hard-drive or file node), Boot000A (MBR disk), and a BootOrder
-// naming 000A, 0000, 0002, 0007 (no such entry) and 0001.
-std::map<std::wstring, Bytes> FixtureVariables();
-// What "uefi_vars.txt" holds for the fixture machine.
-std::string FixtureReportText();
+// Boot0000: GPT disk and file path; Boot0001: undecodable (no zero after its description); Boot0002:
+// network boot, no hard-drive or file node; Boot000A: MBR disk, partition number 0x10002; BootOrder names
+// 000A, 0000, 0002, 0007 (no such entry) and 0001.
+inline std::map<std::wstring, Bytes> FixtureVariables() {
+    Bytes undecodable{1, 0, 0, 0, 4, 0};
+    Bytes order;
+    for (std::uint16_t number : {0x000A, 0x0000, 0x0002, 0x0007, 0x0001}) PutU16(order, number);
+    return {
+        {L"Boot0000", LoadOption(1, u"Windows Boot Manager",
+                                 Concat({HardDriveNode(1, 2048, 204800, GptSignature(), 2),
+                                         FilePathNode(u"\\EFI\\Microsoft\\Boot\\bootmgfw.efi"), EndNode()}),
+                                 Utf16(u"WINDOWS", false))},
+        {L"Boot0001", Concat({undecodable, Utf16(u"Broken", false)})},
+        // PCI (1, 1), MAC address (3, 11), IPv4 (3, 12): a PXE boot option.
+        {L"Boot0002", LoadOption(1, u"UEFI PXEv4 (MAC:525400000012)",
+                                 Concat({Node(1, 1, {0, 3}), Node(3, 11, Bytes(33, 0x52)), Node(3, 12, Bytes(23, 0)), EndNode()}))},
+        {L"Boot000A", LoadOption(1, u"debian",
+                                 Concat({HardDriveNode(0x10002, 63, 1048576, {0x78, 0x56, 0x34, 0x12}, 1),
+                                         FilePathNode(u"\\EFI\\debian\\shimx64.efi"), EndNode()}))},
+        {L"BootOrder", order},
+    };
+}
 
-// The complete text on a system without UEFI variables.
-std::string NoUefiReportText(bool allowed);
+inline std::string FixtureReportText() {
+    std::map<std::wstring, Bytes> v = FixtureVariables();
+    return "Boot variables are allowed on this system" + kSeparator + "Boot variables information:" + kSeparator +
+           "---- 0 ----\r\nDescription: Windows Boot Manager\r\nPath: \\EFI\\Microsoft\\Boot\\bootmgfw.efi\r\n"
+           "GUID: 5A2B0C3D-0001-0002-A0B1-C2D3E4F50617\r\nPartition number: 1\r\nBegin: 2048\r\n"
+           "Partition Size: 204800\r\nHex dump\r\n" + HexDump(v[L"Boot0000"]) + "\r\n" + kSeparator +
+           "Unable to obtain string representation for entry #1" + kSeparator +
+           "---- 2 ----\r\nDescription: UEFI PXEv4 (MAC:525400000012)\r\nPath: Unknown\r\nGUID: Unknown\r\n"
+           "Partition number: Unknown\r\nBegin: Unknown\r\nPartition Size: Unknown\r\nHex dump\r\n" +
+           HexDump(v[L"Boot0002"]) + "\r\n" + kSeparator +
+           "---- 10 ----\r\nDescription: debian\r\nPath: \\EFI\\debian\\shimx64.efi\r\nGUID: Unknown\r\n"
+           "Partition number: 2\r\nBegin: 63\r\nPartition Size: 1048576\r\nHex dump\r\n" + HexDump(v[L"Boot000A"]) +
+           "\r\nBoot variables in Boot Order:" + kSeparator + "10 0 2 7 1" + kSeparator;
+}
+
+// The whole text on a system without UEFI variables.
+inline std::string NoUefiReportText(bool allowed) {
+    return std::string(allowed ? "Boot variables are allowed on this system" : "Boot variables are not allowed on this system") +
+           kSeparator + "Could not obtain Boot Entries Enumerator, UEFI is not enabled" +
+           "Could not obtain Boot Order, UEFI is not enabled";
+}
 
 }  // namespace UefiTest
