@@ -30,7 +30,9 @@ public:
     // name or a ".." component is refused); `modified` is stored as a DOS time stamp in local time and,
     // exactly, in an extended-timestamp field. Errors carry code 0x40007; a failed entry leaves no trace.
     Common::Error AddFile(std::string_view name, std::string_view data, std::time_t modified);
-    // Streams a file from disk; the file is read once (its size need not be known beforehand).
+    // Streams a file from disk in bounded memory; its size need not be known beforehand. The file is read a
+    // second time when deflate does not make it smaller (it is then stored as it is) or when it outgrows the
+    // 4 GiB that its size at the start promised.
     Common::Error AddFileFromDisk(std::string_view name, const std::filesystem::path& source, std::time_t modified);
     // A folder entry ("name/"): keeps empty folders visible in the archive.
     Common::Error AddFolder(std::string_view name, std::time_t modified);
