@@ -113,8 +113,9 @@ template <typename Visit>
 Common::Error ForEachFatChunk(VolumeReader& volume, const FatLayout& layout, std::uint32_t copy, Visit visit) {
     std::vector<std::uint8_t> chunk;
     const std::uint64_t total = layout.FatBytes();
-    // FAT12 entries straddle byte boundaries; a multiple of 3 bytes keeps every pair whole in one chunk.
-    const std::uint64_t step = kChunkBytes - kChunkBytes % 3;
+    // FAT12 entries come in 3-byte pairs and FAT32 entries are 4 bytes: a multiple of 12 keeps every entry
+    // whole in one chunk.
+    const std::uint64_t step = kChunkBytes - kChunkBytes % 12;
     for (std::uint64_t done = 0; done < total; done += step) {
         const auto length = static_cast<std::size_t>(std::min(step, total - done));
         if (auto error = volume.Read(layout.FatOffset(copy) + done, length, chunk); error.Failed()) return error;

@@ -175,7 +175,9 @@ ProbeResult ProbeNtfs(VolumeReader& volume) {
     if (ReadRecord(volume, layout, kVolumeRecord, record))
         if (const auto name = FindAttribute(record, kAttrVolumeName))
             if (const auto value = ResidentValue(*name)) info.label = LabelFromUtf16Le(*value);
-    if (ReadRecord(volume, layout, kBitmapRecord, record))
+    // The bitmap is counted only for a volume that fits its partition: a damaged size must not make the
+    // count run over clusters that do not exist.
+    if (info.sizeBytes <= volume.Size() && ReadRecord(volume, layout, kBitmapRecord, record))
         if (const auto data = FindAttribute(record, kAttrData))
             if (const auto used = CountUsedClusters(volume, layout, *data); used && *used <= info.blockCount)
                 info.freeBlocks = info.blockCount - *used;

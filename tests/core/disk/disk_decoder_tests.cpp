@@ -1,7 +1,10 @@
 // The disk library's decoders over small byte vectors built from the published layouts.
 #include <gtest/gtest.h>
 
+#include <map>
+
 #include "core/disk/block_device.h"
+#include "core/disk/disk_errors.h"
 #include "core/disk/fat.h"
 #include "core/disk/fs_probe.h"
 #include "core/disk/gpt.h"
@@ -218,6 +221,62 @@ TEST(DiskDecoders, FatTypeFollowsTheClusterCount) {
     std::fill_n(noJump.begin() + 82, 8, 0);
     EXPECT_FALSE(DecodeFatBootSector(noJump, why, claimed));
     EXPECT_FALSE(claimed);
+}
+
+// A large disk of which only the sectors written by the test hold anything.
+class SparseSectors final : public SectorReader {
+public:
+    explicit SparseSectors(std::uint64_t count) : count_(count) {}
+    std::uint32_t SectorSize() const override { return 512; }
+    std::uint64_t SectorCount() const override { return count_; }
+    Common::Error Read(std::uint64_t first, std::uint32_t count, std::vector<std::uint8_t>& data) override {
+        if (!InsideDevice(first, count, count_)) return OutsideDevice(first, count, count_);
+        data.assign(std::size_t{count} * 512, 0);
+        for (auto it = sectors_.lower_bound(first); it != sectors_.end() && it->first < first + count; ++it)
+            std::copy(it->second.begin(), it->second.end(), data.begin() + (it->first - first) * 512);
+        return {};
+    }
+    void Put(std::uint64_t offset, std::uint64_t value, int width) {
+        for (int i = 0; i < width; ++i, ++offset) {
+            auto& sector = sectors_[offset / 512];
+            sector.resize(512);
+            sector[offset % 512] = static_cast<std::uint8_t>(value >> (8 * i));
+        }
+    }
+
+private:
+    std::uint64_t count_;
+    std::map<std::uint64_t, std::vector<std::uint8_t>> sectors_;
+};
+
+// A FAT32 volume whose FAT spans several of the reader's 1 MiB chunks, with clusters in use far into it.
+TEST(DiskDecoders, FatEntriesAreCountedAcrossChunks) {
+    constexpr std::uint64_t kTotal = 400000, kReserved = 32, kFatSectors = 3100;
+    constexpr std::uint64_t kClusters = kTotal - kReserved - 2 * kFatSectors;
+    SparseSectors disk(kTotal);
+    const auto boot = FatBootSector(kTotal, kFatSectors, true);
+    for (std::size_t i = 0; i < boot.size(); ++i) disk.Put(i, boot[i], 1);
+    disk.Put(510, 0xAA55, 2);
+    for (std::uint64_t copy = 0; copy < 2; ++copy) {
+        const std::uint64_t fat = (kReserved + copy * kFatSectors) * 512;
+        disk.Put(fat, 0x0FFFFFF8, 4);
+        disk.Put(fat + 4, 0x0FFFFFFF, 4);
+        disk.Put(fat + 8, 0x0FFFFFFF, 4);  // the root directory's one cluster
+        for (std::uint64_t cluster = 300000; cluster < 300010; ++cluster) disk.Put(fat + 4 * cluster, 0x0FFFFFFF, 4);
+    }
+    VolumeReader volume(disk, 0, kTotal);
+    const ProbeResult probe = ProbeFileSystem(volume);
+    ASSERT_EQ(probe.outcome, ProbeOutcome::kFound) << probe.failure;
+    EXPECT_EQ(probe.info.blockCount, kClusters);
+    EXPECT_EQ(probe.info.freeBlocks, kClusters - 11);
+    CheckResult check;
+    ASSERT_TRUE(CheckFileSystem(volume, probe.info, check).Succeeded());
+    EXPECT_EQ(check.warnings, 0u);
+    // A link past the last cluster, far into the FAT, is found too.
+    disk.Put(kReserved * 512 + 4 * 300000, 0x0FFFFFF0 - 1, 4);
+    disk.Put((kReserved + kFatSectors) * 512 + 4 * 300000, 0x0FFFFFF0 - 1, 4);
+    ASSERT_TRUE(CheckFileSystem(volume, probe.info, check).Succeeded());
+    EXPECT_EQ(check.warnings, kWarnFatCorrupted);
 }
 
 TEST(DiskDecoders, VolumeReaderStaysInsideItsRegionAndTheDisk) {
