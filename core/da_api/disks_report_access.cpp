@@ -94,6 +94,14 @@ bool Set(PropertyId id, Value value) {
     }
 }
 
+void Drop(PropertyId id) {
+    try {
+        DaSetProperty(id, 0);
+    } catch (const Common::ErrorException&) {
+        // Nothing of that level was selected.
+    }
+}
+
 Value SectorSize() { return Get(Prop::kLogicalSectorSize); }
 
 std::string Size(Value count, Value unit) { return SizeString(count, unit != 0 ? unit : SectorSize()); }

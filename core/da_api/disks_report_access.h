@@ -25,6 +25,8 @@ std::vector<std::uint8_t> GetBytes(PropertyId id, std::size_t length);
 
 // Writes a selection or context property; false (and a log line) when the interface refuses.
 bool Set(PropertyId id, Value value);
+// The same without the log line, for dropping a selection that may already be gone.
+void Drop(PropertyId id);
 
 // The current disk's logical sector size (property 380), which "unit 0" of a size string stands for.
 Value SectorSize();

@@ -52,23 +52,23 @@ void WalkVolumeContents(Value volumeHandle, Value volumeNumber, const std::funct
 Common::Error BeginPass() {
     Common::Error error = Common::CatchErrors([] { DaSetProperty(Prop::kSelectComputer, kComputerByName); });
     if (error.Failed()) Common::Log::WriteError(Common::Log::kError, "Disk report: cannot select the computer.", error);
-    Set(Prop::kDropDisk, 0);
+    Drop(Prop::kDropDisk);
     return error;
 }
 
 void EndPass() {
-    Set(Prop::kObjectHandle, 0);
-    Set(Prop::kDropDisk, 0);
-    Set(Prop::kDropVolumeGroup, 0);
+    Drop(Prop::kObjectHandle);
+    Drop(Prop::kDropDisk);
+    Drop(Prop::kDropVolumeGroup);
 }
 
 void ReleaseComputer() { Set(Prop::kReleaseComputer, kComputerByName); }
 
 void ForEachDisk(const std::function<void()>& visit) {
-    Set(Prop::kDropDisk, 0);
+    Drop(Prop::kDropDisk);
     WalkHandles([] { return Advance(Prop::kNextDisk, Prop::kDiskHandle); }, kMaxDisks, "the disks",
                 [&](Value) { visit(); });
-    Set(Prop::kDropDisk, 0);
+    Drop(Prop::kDropDisk);
 }
 
 void ForEachObject(const std::function<void(const Place&)>& visit) {
