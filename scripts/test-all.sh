@@ -11,8 +11,10 @@ stage() {
   shift
   local start=$SECONDS
   echo "=== $name" >&2
-  "$@"
-  echo "=== $name: $((SECONDS - start)) s" >&2
+  local status=0
+  "$@" || status=$?
+  echo "=== $name: $((SECONDS - start)) s (exit $status)" >&2
+  return "$status"
 }
 
 deps() {
@@ -26,14 +28,36 @@ build() {
   cmake --build --preset "$1" -j "$jobs"
 }
 
-linux_tests() { ctest --preset linux-asan -j "$jobs" --timeout 900; }
-windows_tests() { ctest --preset windows-x64 -j "$jobs" --timeout 900; }
+summary=()
+# Runs one CTest preset, keeps its closing line for the summary, and fails the stage when a test failed.
+run_ctest() {
+  local preset=$1 log
+  log=$(mktemp)
+  local status=0
+  ctest --preset "$preset" -j "$jobs" --timeout 900 2>&1 | tee "$log" || status=$?
+  summary+=("$preset: $(grep -E 'tests passed|tests failed' "$log" | tail -n1)")
+  rm -f "$log"
+  return "$status"
+}
 
+linux_tests() { run_ctest linux-asan; }
+
+# Tests run in parallel under Wine share one prefix per build tree: make it once, before they race for it.
+windows_tests() {
+  WINEPREFIX=$root/build/windows-x64/wineprefix WINEDEBUG=-all wineboot -i >/dev/null 2>&1 || true
+  WINEPREFIX=$root/build/windows-x64/wineprefix wineserver -w || true
+  run_ctest windows-x64
+}
+
+failed=0
 stage "set up Debian packages" scripts/setup-debian.sh
 stage "mingw dependencies" deps
 stage "build linux-asan" build linux-asan
-stage "test linux-asan" linux_tests
+stage "test linux-asan" linux_tests || failed=1
 stage "build windows-x64" build windows-x64
-stage "test windows-x64 (wine64)" windows_tests
+stage "test windows-x64 (wine64)" windows_tests || failed=1
 stage "build windows-x86" build windows-x86
 stage "check windows-x86 executable" scripts/check-pe.sh build/windows-x86/bin/SystemReport.exe
+
+printf '%s\n' "${summary[@]}"
+exit "$failed"
