@@ -3,10 +3,13 @@
 # test's own, joined by a veth pair with a multicast route: Debian's minidlna over SSDP, avahi-daemon
 # over multicast DNS, and responders that answer with endless, huge, trickling or missing description
 # documents or with malformed multicast DNS packets. No packet leaves the two namespaces.
-# Usage: network_tests.sh <location_probe>   (exit 77: skipped)
+# With the report tool as second argument, a whole run in the detector's namespace ends the test: its
+# archive must hold the device in "locations.txt".
+# Usage: network_tests.sh <location_probe> [SystemReport]   (exit 77: skipped)
 set -euo pipefail
 
 probe=$1
+report=${2:-}
 here=$(cd "$(dirname "$0")" && pwd)
 
 skip() {
@@ -252,6 +255,27 @@ grep -qP '^LOCATION\t(Synology DiskStation|Büro Speicher)\t\\\\nas-test.local\t
   fail "joined device: not one location named by either protocol at \\\\nas-test.local"
 expect_log "<friendlyName>Synology DiskStation</friendlyName>" "joined device"
 expect_log "Service: Büro Speicher._smb._tcp.local." "joined device"
+
+if [[ -n $report ]]; then
+  echo "=== a whole report run"
+  status=0
+  ip netns exec "$nsA" env SYSTEM_REPORT_COMMON_APPDATA="$work/common" XDG_DATA_HOME="$work/user" \
+    "$report" /silent "/filename:$work/report.zip" >"$work/report.txt" 2>&1 || status=$?
+  [[ $status -eq 0 ]] || fail "the report run ended with status $status"
+  python3 - "$work/report.zip" <<'PY' || fail "the report's locations.txt"
+import sys, zipfile
+with zipfile.ZipFile(sys.argv[1]) as archive:
+    names = archive.namelist()
+    text = archive.read("locations.txt").decode("utf-8")
+print("archive entries:", names)
+print(text[:300])
+assert names[-1] == "locations.txt", "locations.txt is not the last entry"
+assert text.count("Name: ") == 1, "not one block"
+assert "\r\nPath: \\\\nas-test.local\r\nHostname: nas-test.local\r\n\r\nRaw:\r\n" in text, "block lines"
+assert "Service: B\u00fcro Speicher._smb._tcp.local." in text and "<friendlyName>Synology DiskStation" in text, "raw text"
+assert text.endswith("\r\n\r\n"), "block end"
+PY
+fi
 
 if [[ $failures -ne 0 ]]; then
   echo "$failures check(s) failed"
