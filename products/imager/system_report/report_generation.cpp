@@ -4,7 +4,9 @@
 #include "core/common/folders.h"
 #include "core/da_api/da_api.h"
 #include "products/imager/system_report/report_disk.h"
+#include "products/imager/system_report/filters/text_data_filter.h"
 #include "products/imager/system_report/report_locations.h"
+#include "products/imager/system_report/report_product_data.h"
 #include "products/imager/system_report/report_system_tools.h"
 #include "products/imager/system_report/report_uefi_bootvars.h"
 #include "products/imager/system_report/report_user_groups.h"
@@ -15,6 +17,8 @@ namespace SystemReport {
 
 ReportContext MakeRunContext() {
     ReportContext context;
+    context.textFilter = std::make_shared<TextDataFilter>();
+    context.wideTextFilter = std::make_shared<TextDataFilterWString>();
     context.folders = Common::MakeSystemFolderService();
     context.systemProbe = MakeSystemProbe();
     return context;
@@ -29,6 +33,7 @@ void AddReportItems(ReportManager& manager, ReportContext& context) {
     manager.Add(std::make_shared<ReportVersion>());
     manager.Add(std::make_shared<ReportSchedMgr>(Common::ExecutablePath().parent_path()));
     manager.Add(std::make_shared<ReportUserGroups>());
+    manager.Add(std::make_shared<ReportProductData>(context));
     for (ReportPtr& item : MakeSystemToolItems(context)) manager.Add(std::move(item));
     manager.Add(locations);
 }

@@ -11,8 +11,9 @@ namespace SystemReport::Filters {
 template <typename Unit>
 struct Pcre2Api;
 
+// 8-bit text is held as char; the library reads it as unsigned bytes, which char may always be read as.
 template <>
-struct Pcre2Api<std::uint8_t> {
+struct Pcre2Api<char> {
     using Code = pcre2_code_8;
     using CompileContext = pcre2_compile_context_8;
     using MatchContext = pcre2_match_context_8;
@@ -20,6 +21,7 @@ struct Pcre2Api<std::uint8_t> {
     using JitStack = pcre2_jit_stack_8;
     using Sptr = PCRE2_SPTR8;
     using Uchar = PCRE2_UCHAR8;
+    static Sptr Units(const char* text) { return reinterpret_cast<Sptr>(text); }
     static constexpr auto compile = &pcre2_compile_8;
     static constexpr auto codeFree = &pcre2_code_free_8;
     static constexpr auto jitCompile = &pcre2_jit_compile_8;
@@ -49,6 +51,7 @@ struct Pcre2Api<std::uint16_t> {
     using JitStack = pcre2_jit_stack_16;
     using Sptr = PCRE2_SPTR16;
     using Uchar = PCRE2_UCHAR16;
+    static Sptr Units(const std::uint16_t* text) { return text; }
     static constexpr auto compile = &pcre2_compile_16;
     static constexpr auto codeFree = &pcre2_code_free_16;
     static constexpr auto jitCompile = &pcre2_jit_compile_16;

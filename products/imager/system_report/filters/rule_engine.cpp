@@ -1,6 +1,8 @@
-// The rule engine over PCRE2: compilation once per rule, and the replace loop of std::regex_replace.
+// The rule engine over PCRE2: compilation once per rule, and the replace loop of std::regex_replace run
+// over a stream of pieces.
 #include "products/imager/system_report/filters/rule_engine.h"
 
+#include <algorithm>
 #include <limits>
 #include <string>
 
@@ -31,7 +33,7 @@ template <typename Unit>
 Common::Error EngineError(int code, std::size_t rule) {
     return Common::Error::Make(Common::Codes::kUnexpected,
                                L"The text could not be filtered: " + Pcre2Message<Unit>(code) + L".")
-        .WithField({"rule", Common::ErrorField::Kind::Decimal, {}, rule + 1});
+        .WithField({"rule", Common::ErrorField::Kind::Decimal, {}, rule + 1});  // counted from 1, as the tables
 }
 
 }  // namespace
@@ -40,15 +42,148 @@ template <typename Unit>
 struct RuleEngine<Unit>::Rule {
     struct Piece {
         FormatPiece::Kind kind;
-        std::vector<Unit> literal;
+        Text literal;
         std::size_t group;
     };
+    std::size_t index = 0;  // in the table, for error reports
     typename Pcre2Handles<Unit>::Code code;
     std::vector<Piece> format;
+    bool wholeText = false;  // the rule needs the whole text at once
+};
+
+// One rule applied to a stream. Its input grows at the end as the rule before it (or, for the first
+// rule, the caller's text) reveals more; the rule hands on what is settled by appending it to the next
+// rule's input. The input keeps one unit of context before what is not handed on yet, so that "^" and
+// "\b" see the unit before. Until the text ends, PCRE2_PARTIAL_HARD reports a match that more text could
+// still complete or change, and the text from its start is held back.
+template <typename Unit>
+class RuleEngine<Unit>::Stage {
+public:
+    Stage(const Rule& rule, typename Pcre2Api<Unit>::MatchContext* context)
+        : rule_(rule), context_(context), data_(Pcre2Api<Unit>::matchDataCreate(rule.code.get(), nullptr)) {}
+
+    bool Ready() const { return data_ != nullptr; }
+
+    // The first rule reads the caller's text in place, of which the first `visible` units are revealed.
+    void Reveal(std::span<const Unit> text, std::size_t visible) {
+        external_ = text;
+        visible_ = visible;
+        usesExternal_ = true;
+    }
+
+    // Where the rule before this one appends what it hands on.
+    Text& Input() { return input_; }
+
+    // Appends to `out` what is settled; at the end of the text (`last`), everything.
+    Common::Error Step(bool last, Text& out) {
+        const std::size_t size = Size();
+        if (!last && (rule_.wholeText || size < waitFor_ || start_ >= size)) return {};
+        if (Common::Error error = Run(last, out); error.Failed()) return error;
+        if (!last) Compact();
+        return {};
+    }
+
+private:
+    using Api = Pcre2Api<Unit>;
+
+    const Unit* Data() const { return usesExternal_ ? external_.data() : input_.data(); }
+    std::size_t Size() const { return usesExternal_ ? visible_ : input_.size(); }
+
+    Common::Error Run(bool last, Text& out) {
+        static const Unit empty{};
+        const std::size_t size = Size();
+        const Unit* subject = size == 0 ? &empty : Data();
+        const PCRE2_SIZE* ovector = Api::ovector(data_.get());
+        const std::uint32_t partial = last ? 0 : PCRE2_PARTIAL_HARD;
+        waitFor_ = 0;
+        while (last || start_ < size) {
+            int found = Api::match(rule_.code.get(), Api::Units(subject), size, start_, retry_ | partial, data_.get(), context_);
+            if (found == PCRE2_ERROR_PARTIAL) {
+                // A match may begin here once more text has come: wait until as much again has.
+                Emit(out, subject, ovector[0]);
+                if (retry_ == 0) start_ = std::max<std::size_t>(start_, ovector[0]);
+                waitFor_ = size + (size - emitted_);
+                return {};
+            }
+            if (found == PCRE2_ERROR_NOMATCH) {
+                if (retry_ == 0) {
+                    Emit(out, subject, size);
+                    start_ = size;
+                    return {};
+                }
+                // No non-empty match where the empty one was: the search goes on one unit further.
+                retry_ = 0;
+                if (start_ == size) return {};
+                ++start_;
+                continue;
+            }
+            if (found < 0) return EngineError<Unit>(found, rule_.index);
+            const std::size_t begin = ovector[0];
+            const std::size_t end = ovector[1];
+            Emit(out, subject, begin);
+            for (const typename Rule::Piece& piece : rule_.format) {
+                switch (piece.kind) {
+                case FormatPiece::Kind::Literal:
+                    out.insert(out.end(), piece.literal.begin(), piece.literal.end());
+                    break;
+                case FormatPiece::Kind::Group:
+                    if (piece.group < static_cast<std::size_t>(found) && ovector[2 * piece.group] != PCRE2_UNSET) {
+                        out.insert(out.end(), subject + ovector[2 * piece.group], subject + ovector[2 * piece.group + 1]);
+                    }
+                    break;
+                // Only whole-text rules name these, so the text before and after the match is all here.
+                case FormatPiece::Kind::Prefix:
+                    out.insert(out.end(), subject + previousEnd_, subject + begin);
+                    break;
+                case FormatPiece::Kind::Suffix:
+                    out.insert(out.end(), subject + end, subject + size);
+                    break;
+                }
+            }
+            emitted_ = previousEnd_ = start_ = end;
+            // As std::regex_iterator does after an empty match: first a non-empty match at the same place,
+            // else the search goes on from the next unit.
+            retry_ = begin == end ? PCRE2_NOTEMPTY_ATSTART | PCRE2_ANCHORED : 0;
+            if (begin == end && end == size && last) return {};
+        }
+        return {};
+    }
+
+    void Emit(Text& out, const Unit* subject, std::size_t upTo) {
+        if (upTo > emitted_) out.insert(out.end(), subject + emitted_, subject + upTo);
+        emitted_ = std::max(emitted_, upTo);
+    }
+
+    // Drops from the input what is handed on, but for the one unit of context before the rest. The
+    // caller's text is read in place and never changes.
+    void Compact() {
+        const std::size_t keep = std::min(emitted_, start_);
+        if (usesExternal_ || keep <= 1) return;
+        const std::size_t drop = keep - 1;
+        input_.erase(input_.begin(), input_.begin() + static_cast<std::ptrdiff_t>(drop));
+        emitted_ -= drop;
+        start_ -= drop;
+        previousEnd_ = previousEnd_ > drop ? previousEnd_ - drop : 0;
+        waitFor_ = waitFor_ > drop ? waitFor_ - drop : 0;
+    }
+
+    const Rule& rule_;
+    typename Pcre2Api<Unit>::MatchContext* context_;
+    typename Pcre2Handles<Unit>::MatchData data_;
+    Text input_;
+    std::span<const Unit> external_;
+    std::size_t visible_ = 0;
+    bool usesExternal_ = false;
+    std::size_t emitted_ = 0;      // the input before this is handed on
+    std::size_t start_ = 0;        // where the next search begins
+    std::size_t previousEnd_ = 0;  // end of the previous match
+    std::size_t waitFor_ = 0;      // input size at which a held-back match is tried again
+    std::uint32_t retry_ = 0;
 };
 
 template <typename Unit>
-RuleEngine<Unit>::RuleEngine(std::span<const RuleText> rules) {
+RuleEngine<Unit>::RuleEngine(std::span<const RuleText> rules, std::size_t pieceUnits)
+    : pieceUnits_(std::max<std::size_t>(pieceUnits, 1)) {
     using Api = Pcre2Api<Unit>;
     typename Pcre2Handles<Unit>::CompileContext context(Api::compileContextCreate(nullptr));
     if (!context) Common::ThrowIfFailed(Common::Error::Make(Common::Codes::kUnexpected, L"Out of memory."));
@@ -56,23 +191,28 @@ RuleEngine<Unit>::RuleEngine(std::span<const RuleText> rules) {
     const std::string wordClass = WordClassBody(static_cast<int>(sizeof(Unit) * 8));
     for (const RuleText& text : rules) {
         std::string pattern = ExpandWordClass(text.pattern, wordClass);
-        std::vector<Unit> units(pattern.begin(), pattern.end());
+        Text units(pattern.begin(), pattern.end());
         int error = 0;
         PCRE2_SIZE offset = 0;
         auto rule = std::make_unique<Rule>();
-        rule->code.reset(Api::compile(units.data(), units.size(), PCRE2_CASELESS | PCRE2_NEVER_UTF | PCRE2_NEVER_UCP,
-                                      &error, &offset, context.get()));
+        rule->index = rules_.size();
+        rule->code.reset(Api::compile(Api::Units(units.data()), units.size(),
+                                      PCRE2_CASELESS | PCRE2_NEVER_UTF | PCRE2_NEVER_UCP, &error, &offset, context.get()));
         if (!rule->code) {
             Common::ThrowIfFailed(Common::Error::Make(
                 Common::Codes::kUnexpected, L"Filter pattern '" + Common::Utf8ToWide(text.pattern) +
                                                 L"' does not compile: " + Pcre2Message<Unit>(error) + L" at " +
                                                 std::to_wstring(offset) + L"."));
         }
-        if (Api::jitCompile(rule->code.get(), PCRE2_JIT_COMPLETE) != 0) usesJit_ = false;
+        if (Api::jitCompile(rule->code.get(), PCRE2_JIT_COMPLETE | PCRE2_JIT_PARTIAL_HARD) != 0) usesJit_ = false;
         std::uint32_t groups = 0;
+        std::uint32_t lookBehind = 0;
         Api::patternInfo(rule->code.get(), PCRE2_INFO_CAPTURECOUNT, &groups);
+        Api::patternInfo(rule->code.get(), PCRE2_INFO_MAXLOOKBEHIND, &lookBehind);
+        rule->wholeText = lookBehind > 1;
         for (FormatPiece& piece : ParseReplacement(text.replacement, groups)) {
-            rule->format.push_back({piece.kind, std::vector<Unit>(piece.literal.begin(), piece.literal.end()), piece.group});
+            rule->wholeText |= piece.kind == FormatPiece::Kind::Prefix || piece.kind == FormatPiece::Kind::Suffix;
+            rule->format.push_back({piece.kind, Text(piece.literal.begin(), piece.literal.end()), piece.group});
         }
         rules_.push_back(std::move(rule));
     }
@@ -83,7 +223,7 @@ template <typename Unit>
 RuleEngine<Unit>::~RuleEngine() = default;
 
 template <typename Unit>
-Common::Error RuleEngine<Unit>::Apply(std::span<const Unit> text, std::vector<Unit>& result) const {
+Common::Error RuleEngine<Unit>::Apply(std::span<const Unit> text, Text& result) const {
     using Api = Pcre2Api<Unit>;
     typename Pcre2Handles<Unit>::MatchContext context(Api::matchContextCreate(nullptr));
     typename Pcre2Handles<Unit>::JitStack stack(Api::jitStackCreate(kJitStackStart, kJitStackMax, nullptr));
@@ -93,75 +233,32 @@ Common::Error RuleEngine<Unit>::Apply(std::span<const Unit> text, std::vector<Un
     // runaway match here; a limit would only refuse large texts.
     Api::setMatchLimit(context.get(), std::numeric_limits<std::uint32_t>::max());
 
-    // Each rule reads the previous rule's output from `buffer` (the caller's text for the first) and
-    // writes into `result`; the two then trade places.
-    std::vector<Unit> buffer;
-    std::span<const Unit> input = text;
-    for (std::size_t index = 0; index < rules_.size(); ++index) {
-        const Rule& rule = *rules_[index];
-        typename Pcre2Handles<Unit>::MatchData data(Api::matchDataCreate(rule.code.get(), nullptr));
-        if (!data) return EngineError<Unit>(PCRE2_ERROR_NOMEMORY, index);
-        const PCRE2_SIZE* ovector = Api::ovector(data.get());
-        const Unit* subject = input.data();
-        const std::size_t size = input.size();
-        result.clear();
-        result.reserve(size);
-        std::size_t copied = 0;  // end of the previous match: where the text before the next one begins
-        std::size_t start = 0;
-        std::uint32_t options = 0;
-        for (;;) {
-            int found = Api::match(rule.code.get(), subject, size, start, options, data.get(), context.get());
-            if (found == PCRE2_ERROR_NOMATCH) {
-                if (options == 0) break;
-                // No non-empty match where the empty one was: search on one unit further.
-                options = 0;
-                ++start;
-                continue;
-            }
-            if (found < 0) return EngineError<Unit>(found, index);
-            const std::size_t begin = ovector[0];
-            const std::size_t end = ovector[1];
-            result.insert(result.end(), subject + copied, subject + begin);
-            for (const typename Rule::Piece& piece : rule.format) {
-                switch (piece.kind) {
-                case FormatPiece::Kind::Literal:
-                    result.insert(result.end(), piece.literal.begin(), piece.literal.end());
-                    break;
-                case FormatPiece::Kind::Group:
-                    if (piece.group < static_cast<std::size_t>(found) && ovector[2 * piece.group] != PCRE2_UNSET) {
-                        result.insert(result.end(), subject + ovector[2 * piece.group],
-                                      subject + ovector[2 * piece.group + 1]);
-                    }
-                    break;
-                case FormatPiece::Kind::Prefix:
-                    result.insert(result.end(), subject + copied, subject + begin);
-                    break;
-                case FormatPiece::Kind::Suffix:
-                    result.insert(result.end(), subject + end, subject + size);
-                    break;
-                }
-            }
-            copied = end;
-            start = end;
-            if (begin != end) {
-                options = 0;
-            } else {
-                // As std::regex_iterator does after an empty match: first a non-empty match at the same
-                // place, else the search goes on from the next unit.
-                if (end == size) break;
-                options = PCRE2_NOTEMPTY_ATSTART | PCRE2_ANCHORED;
-            }
-        }
-        result.insert(result.end(), subject + copied, subject + size);
-        buffer.swap(result);
-        input = buffer;
+    std::vector<std::unique_ptr<Stage>> stages;
+    for (const std::unique_ptr<Rule>& rule : rules_) {
+        stages.push_back(std::make_unique<Stage>(*rule, context.get()));
+        if (!stages.back()->Ready()) return EngineError<Unit>(PCRE2_ERROR_NOMEMORY, rule->index);
     }
-    if (rules_.empty()) buffer.assign(text.begin(), text.end());
-    result.swap(buffer);
+    result.clear();
+    result.reserve(text.size());
+    if (stages.empty()) {
+        result.assign(text.begin(), text.end());
+        return {};
+    }
+    std::size_t visible = 0;
+    bool last = false;
+    while (!last) {
+        visible += std::min(pieceUnits_, text.size() - visible);
+        last = visible == text.size();
+        stages.front()->Reveal(text, visible);
+        for (std::size_t i = 0; i < stages.size(); ++i) {
+            Text& out = i + 1 < stages.size() ? stages[i + 1]->Input() : result;
+            if (Common::Error error = stages[i]->Step(last, out); error.Failed()) return error;
+        }
+    }
     return {};
 }
 
-template class RuleEngine<std::uint8_t>;
+template class RuleEngine<char>;
 template class RuleEngine<std::uint16_t>;
 
 }  // namespace SystemReport::Filters

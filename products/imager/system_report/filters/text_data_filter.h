@@ -14,19 +14,20 @@ namespace SystemReport {
 // the memory-lock privilege's holders, certificate bodies, e-mail addresses and stored logins.
 class TextDataFilter final : public CopyFileFilter {
 public:
-    TextDataFilter();
+    // `pieceUnits`: see RuleEngine.
+    explicit TextDataFilter(std::size_t pieceUnits = Filters::RuleEngine<char>::kPieceUnits);
     ~TextDataFilter() override;
     // Any bytes are text: NUL, bytes above 0x7F and invalid UTF-8 are matched as they are.
     Common::Error Filter(const std::string& text, std::string& filtered) const override;
 
 private:
-    std::unique_ptr<Filters::RuleEngine<std::uint8_t>> engine_;
+    std::unique_ptr<Filters::RuleEngine<char>> engine_;
 };
 
 // Four rules for UTF-16LE text (registry exports): user names, passwords, private keys, e-mail addresses.
 class TextDataFilterWString final : public CopyFileFilter {
 public:
-    TextDataFilterWString();
+    explicit TextDataFilterWString(std::size_t pieceUnits = Filters::RuleEngine<std::uint16_t>::kPieceUnits);
     ~TextDataFilterWString() override;
     // `text` is UTF-16LE. A byte-order mark at its start is kept and is no part of the text; an odd
     // trailing byte is kept as it is; code units are matched one by one, so unpaired surrogates pass

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <locale>
+#include <memory>
 #include <random>
 #include <regex>
 #include <string>
@@ -38,28 +39,38 @@ std::string Utf16Le(const std::vector<std::uint16_t>& units) {
     return bytes;
 }
 
+// The text streams through the rules in pieces: pieces of every size, down to one unit, must not
+// change a byte of the result.
+constexpr std::size_t kPieceSizes[] = {1, 2, 3, 7, 64, 1000, SystemReport::Filters::RuleEngine<char>::kPieceUnits};
+
 TEST(TextFilterDifferentialTest, GeneratedTextsGiveTheReferencesBytes) {
-    const SystemReport::TextDataFilter filter;
+    std::vector<std::unique_ptr<SystemReport::TextDataFilter>> filters;
+    for (std::size_t piece : kPieceSizes) filters.push_back(std::make_unique<SystemReport::TextDataFilter>(piece));
     std::mt19937 random(20240501);
     for (int round = 0; round < 400; ++round) {
         // Lines stay far below the length at which the reference itself overflows its stack.
         std::string text = FilterCorpus::Text(random, 64 + random() % 6000, 16 + random() % 1500);
-        std::string filtered;
-        ASSERT_TRUE(filter.Filter(text, filtered).Succeeded());
         std::string expected = FilterOracle::FilterText(text);
-        ASSERT_EQ(filtered, expected) << "round " << round << ": " << FirstDifference(filtered, expected);
+        const std::size_t which = round % filters.size();
+        std::string filtered;
+        ASSERT_TRUE(filters[which]->Filter(text, filtered).Succeeded());
+        ASSERT_EQ(filtered, expected) << "round " << round << ", pieces of " << kPieceSizes[which] << ": "
+                                      << FirstDifference(filtered, expected);
     }
 }
 
 TEST(TextFilterDifferentialTest, GeneratedWideTextsGiveTheReferencesBytes) {
-    const SystemReport::TextDataFilterWString filter;
+    std::vector<std::unique_ptr<SystemReport::TextDataFilterWString>> filters;
+    for (std::size_t piece : kPieceSizes) filters.push_back(std::make_unique<SystemReport::TextDataFilterWString>(piece));
     std::mt19937 random(20240502);
     for (int round = 0; round < 400; ++round) {
         std::vector<std::uint16_t> units = FilterCorpus::WideText(random, 64 + random() % 6000, 16 + random() % 1500);
-        std::string filtered;
-        ASSERT_TRUE(filter.Filter(Utf16Le(units), filtered).Succeeded());
         std::string expected = Utf16Le(FilterOracle::FilterUnits(units));
-        ASSERT_EQ(filtered, expected) << "round " << round << ": " << FirstDifference(filtered, expected);
+        const std::size_t which = round % filters.size();
+        std::string filtered;
+        ASSERT_TRUE(filters[which]->Filter(Utf16Le(units), filtered).Succeeded());
+        ASSERT_EQ(filtered, expected) << "round " << round << ", pieces of " << kPieceSizes[which] << ": "
+                                      << FirstDifference(filtered, expected);
     }
 }
 
@@ -83,26 +94,27 @@ TEST(TextFilterDifferentialTest, WordCharactersOutsideAsciiAgreeWithTheReference
     EXPECT_EQ(filtered, expected) << FirstDifference(filtered, expected);
 }
 
-// Runs one rule through the engine and through std::regex_replace, for both widths.
+// Runs one rule through the engine (whole and in one-unit pieces) and through std::regex_replace, for
+// both widths.
 void ExpectSameAsReference(const std::string& pattern, const std::string& format, const std::string& text) {
     const RuleText rule[] = {{pattern, format}};
     const auto flags = std::regex_constants::ECMAScript | std::regex_constants::icase;
+    const std::string expected = std::regex_replace(text, std::regex(pattern, flags), format);
+    const std::wstring wide = std::regex_replace(std::wstring(text.begin(), text.end()),
+                                                 std::wregex(std::wstring(pattern.begin(), pattern.end()), flags),
+                                                 std::wstring(format.begin(), format.end()));
+    for (std::size_t piece : {std::size_t(1), RuleEngine<char>::kPieceUnits}) {
+        std::string bytes;
+        ASSERT_TRUE(RuleEngine<char>(rule, piece).Apply(text, bytes).Succeeded());
+        EXPECT_EQ(bytes, expected) << "pattern " << pattern << ", format " << format << ", text " << text;
 
-    std::vector<std::uint8_t> bytes;
-    ASSERT_TRUE(RuleEngine<std::uint8_t>(rule)
-                    .Apply(std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()), bytes)
-                    .Succeeded());
-    EXPECT_EQ(std::string(bytes.begin(), bytes.end()), std::regex_replace(text, std::regex(pattern, flags), format))
-        << "pattern " << pattern << ", format " << format << ", text " << text;
-
-    std::vector<std::uint16_t> input(text.begin(), text.end());
-    std::vector<std::uint16_t> units;
-    ASSERT_TRUE(RuleEngine<std::uint16_t>(rule).Apply(input, units).Succeeded());
-    std::wstring wide = std::regex_replace(std::wstring(text.begin(), text.end()),
-                                           std::wregex(std::wstring(pattern.begin(), pattern.end()), flags),
-                                           std::wstring(format.begin(), format.end()));
-    EXPECT_EQ(units, std::vector<std::uint16_t>(wide.begin(), wide.end()))
-        << "pattern " << pattern << ", format " << format << ", text " << text;
+        std::vector<std::uint16_t> units;
+        ASSERT_TRUE(RuleEngine<std::uint16_t>(rule, piece)
+                        .Apply(std::vector<std::uint16_t>(text.begin(), text.end()), units)
+                        .Succeeded());
+        EXPECT_EQ(units, std::vector<std::uint16_t>(wide.begin(), wide.end()))
+            << "pattern " << pattern << ", format " << format << ", text " << text;
+    }
 }
 
 TEST(RuleEngineTest, ReplacementFormatIsThatOfRegexReplace) {
@@ -116,8 +128,11 @@ TEST(RuleEngineTest, ReplacementFormatIsThatOfRegexReplace) {
 
 TEST(RuleEngineTest, EmptyMatchesAdvanceAsRegexReplaceDoes) {
     // After an empty match the reference first tries a non-empty match at the same place.
-    for (const char* pattern : {"x*", "a*?", "(ab)*", "b?", "a|b*", "(?:)"}) {
-        for (const char* text : {"", "x", "axbxx", "bab", "aaa", "ab\nab"}) ExpectSameAsReference(pattern, "[$&]", text);
+    for (const char* pattern : {"x*", "a*?", "(ab)*", "b?", "a|b*", "(?:)", "\\bx*", "^a*"}) {
+        for (const char* text : {"", "x", "axbxx", "bab", "aaa", "ab\nab", "xx yx"}) {
+            ExpectSameAsReference(pattern, "[$&]", text);
+            ExpectSameAsReference(pattern, "[$`|$']", text);
+        }
     }
 }
 

@@ -1,0 +1,49 @@
+// The product data item.
+#include "products/imager/system_report/report_product_data.h"
+
+#include "core/common/localized.h"
+#include "core/common/log.h"
+#include "core/common/product.h"
+#include "core/common/strings.h"
+#include "products/imager/system_report/online_backup_details.h"
+
+namespace fs = std::filesystem;
+
+namespace SystemReport {
+namespace {
+
+// The details are a help to the reader only: when they cannot be written, the folder is still taken.
+void DescribeOnlineBackup(const fs::path& makerFolder) {
+    if (Common::Error error = WriteOnlineBackupDetails(makerFolder); error.Failed()) {
+        Common::Log::WriteError(Common::Log::kDebug, "No online-backup details for '" + Common::PathToUtf8(makerFolder) + "': ",
+                                error);
+    }
+}
+
+}  // namespace
+
+ReportProductData::ReportProductData(const ReportContext& context)
+    : folders_(context.folders), textFilter_(context.textFilter) {}
+
+Common::Error ReportProductData::Create(const fs::path&, FileEntries& entries) {
+    const std::wstring maker = Common::Localized(Common::Product::kMakerName);
+    const std::wstring separator(1, fs::path::preferred_separator);
+    const std::wstring top = L"Application Data" + separator;
+
+    if (std::optional<fs::path> common = folders_->CommonAppData()) {
+        const fs::path source = *common / maker / L"";
+        DescribeOnlineBackup(source);
+        entries.push_back({source, top + L"All Users" + separator + maker + separator,
+                           Common::Localized(L"Common Application Data"), textFilter_, true, true});
+    }
+    if (std::optional<fs::path> user = folders_->UserAppData()) {
+        const fs::path source = *user / maker / L"";
+        DescribeOnlineBackup(source);
+        // The per-user folder is taken as it is: only the machine-wide one passes through the filter.
+        entries.push_back({source, top + folders_->UserName().value_or(L"User") + separator + maker + separator,
+                           Common::Localized(L"User's Application Data"), nullptr, true, true});
+    }
+    return {};
+}
+
+}  // namespace SystemReport
