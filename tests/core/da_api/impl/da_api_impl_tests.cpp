@@ -310,4 +310,15 @@ TEST_F(DaApiImplTest, EnvironmentNamesTheImages) {
     EXPECT_EQ(api->DaGetProperty(Prop::kLogicalSectorSize), 4096u);
 }
 
+// The machine's own disks (under Wine, its PhysicalDrive0): whatever they hold, the walk answers and ends.
+TEST(DaApiSystemDisks, WalkOverTheMachinesDisksEnds) {
+    auto api = MakeMachineInterface(Disk::MakeSystemSource(), TestComputer());
+    std::string dump;
+    ASSERT_NO_THROW(dump = TestSupport::DumpDisks(*api));
+    api->DaSetProperty(Prop::kSelectComputer, Prop::kComputerName);
+    std::size_t disks = 0;
+    for (std::size_t at = dump.find("disk "); at != std::string::npos; at = dump.find("\ndisk ", at + 1)) ++disks;
+    EXPECT_EQ(disks, api->DaGetProperty(Prop::kDiskCount)) << dump;
+}
+
 }  // namespace
