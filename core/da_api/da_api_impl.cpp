@@ -17,6 +17,11 @@ namespace {
 
 using Disk::ObjectKind;
 
+// The library's file-system warning bits are the report's (property 323).
+static_assert(Disk::kWarnFatCorrupted == FsWarning::kFatCorrupted);
+static_assert(Disk::kWarnDifferentFatCopies == FsWarning::kDifferentFatCopies);
+static_assert(Disk::kWarnInvalidFatSize == FsWarning::kInvalidFatSize);
+
 // Codes of the DA-API's failures, one per text.
 constexpr std::uint32_t kFacility = 0x40300;
 

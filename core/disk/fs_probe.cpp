@@ -2,7 +2,6 @@
 #include "core/disk/fs_probe.h"
 
 #include <algorithm>
-#include <iterator>
 
 #include "core/disk/disk_errors.h"
 

@@ -6,6 +6,7 @@
 #include <winioctl.h>
 
 #include <algorithm>
+#include <cwctype>
 #include <string>
 #include <vector>
 

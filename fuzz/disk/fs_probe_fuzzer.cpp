@@ -1,4 +1,4 @@
-// libFuzzer target: every file-system probe and the file-system check over a sparse volume.
+// libFuzzer target: every file-system probe, and the check of what the first finds, over a sparse volume.
 #include <cstddef>
 #include <cstdint>
 
@@ -8,11 +8,13 @@
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Disk::SparseDisk disk({data, size});
     Disk::VolumeReader volume(disk, 0, disk.SectorCount());
-    for (const auto& descriptor : Disk::FileSystemDescriptors()) descriptor.probe(volume);
-    const Disk::ProbeResult result = Disk::ProbeFileSystem(volume);
-    if (result.outcome == Disk::ProbeOutcome::kFound) {
+    bool checked = false;
+    for (const auto& descriptor : Disk::FileSystemDescriptors()) {
+        const Disk::ProbeResult result = descriptor.probe(volume);
+        if (result.outcome != Disk::ProbeOutcome::kFound || checked) continue;
         Disk::CheckResult check;
         Disk::CheckFileSystem(volume, result.info, check);
+        checked = true;
     }
     return 0;
 }
