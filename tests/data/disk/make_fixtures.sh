@@ -11,9 +11,13 @@ mkdir -p "$out"
 stamp="$out/.stamp"
 sum=$(sha256sum "$0" | cut -d' ' -f1)
 if [[ -f $stamp && $(cat "$stamp") == "$sum" ]]; then exit 0; fi
+# Test processes may start this at the same time: one makes the images, the others wait and find the stamp.
+exec 9>"$out/.lock"
+flock 9
+if [[ -f $stamp && $(cat "$stamp") == "$sum" ]]; then exit 0; fi
 
 export PATH="$PATH:/usr/sbin:/sbin"
-for tool in sfdisk fdisk sgdisk mkfs.vfat fsck.fat mkntfs ntfslabel ntfsinfo mkfs.ext4 dumpe2fs mkfs.exfat exfatlabel \
+for tool in flock sfdisk fdisk sgdisk mkfs.vfat fsck.fat mkntfs ntfslabel ntfsinfo mkfs.ext4 dumpe2fs mkfs.exfat exfatlabel \
   dump.exfat dd truncate od; do
   if ! command -v "$tool" >/dev/null; then
     echo "make_fixtures.sh: missing tool $tool" >&2
@@ -32,7 +36,8 @@ report() {  # <name> <command...>: saves the command's output (a tool that compl
 
 # Every time stamp mkfs.ext4 writes comes from this clock.
 export E2FSPROGS_FAKE_TIME=1600000000
-work=$(mktemp -d)
+# Made beside the images, so that moving them in is a rename: a reader never sees half an image.
+work=$(mktemp -d "$out/.work.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 
 # place <image> <start sector> <sector size> <file system image>: copies a file system into a partition.
