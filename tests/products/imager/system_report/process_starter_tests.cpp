@@ -46,15 +46,20 @@ private:
     fs::path scratch_;
 };
 
-// A report item whose tool is the test tool: writes the scratch file, then does `then`.
+// A report item whose tool is the test tool: writes the scratch file (unless told not to), then does `then`.
 class ToolItem : public SystemReport::ReportProcessBase {
 public:
-    ToolItem(std::wstring tool, std::wstring then, std::chrono::milliseconds timeout = SystemReport::kToolTimeout)
-        : ReportProcessBase(std::make_unique<ProcessStarterImpl>(timeout)), tool_(std::move(tool)), then_(std::move(then)) {}
+    ToolItem(std::wstring tool, std::wstring then, std::chrono::milliseconds timeout = SystemReport::kToolTimeout,
+             bool writes = true)
+        : ReportProcessBase(std::make_unique<ProcessStarterImpl>(timeout)),
+          tool_(std::move(tool)),
+          then_(std::move(then)),
+          writes_(writes) {}
 
 protected:
     std::wstring GetExecutable() override { return tool_; }
     std::wstring GetArguments(const fs::path& folder, std::wstring& name) override {
+        if (!writes_) return then_;
         return L"--write " + QuotedPath(folder, name) + L" \"tool output\" " + then_;
     }
     SystemReport::FileEntry MakeFileEntry(const fs::path& path) override {
@@ -64,6 +69,7 @@ protected:
 private:
     std::wstring tool_;
     std::wstring then_;
+    bool writes_;
 };
 
 TEST(SplitCommandLineTest, FollowsTheWindowsRuntimeRules) {
@@ -148,6 +154,23 @@ TEST(ReportProcessBaseTest, AToolThatOutlivesTheTimeOutGivesNoEntryAndTheRunGoes
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 1400ms);
     ASSERT_EQ(manager.Entries().size(), 1u);
     EXPECT_EQ(TestSupport::ReadFile(manager.Entries()[0].source), "tool output");
+}
+
+// As Wine's msinfo32 does: the entry is made, and the save goes on without its missing file.
+TEST(ReportProcessBaseTest, AToolThatEndsWellWithoutItsFileDoesNotFailTheSave) {
+    ToolFolder tools;
+    TempFolder scratchParent;
+    SystemReport::ReportManager manager;
+    manager.Add(std::make_shared<ToolItem>(tools.QuotedTool(), L"--exit 0", SystemReport::kToolTimeout, false));
+    manager.Add(std::make_shared<ToolItem>(tools.QuotedTool(), L"--exit 0"));
+    ASSERT_TRUE(manager.Create(scratchParent.path()).Succeeded());
+    EXPECT_EQ(manager.Entries().size(), 2u);
+    fs::path archive = scratchParent.path() / "r.zip";
+    ASSERT_TRUE(manager.SaveAs(archive).Succeeded());
+    auto stored = TestSupport::ReadZip(archive);
+    ASSERT_TRUE(stored.has_value());
+    ASSERT_EQ(stored->size(), 1u);
+    EXPECT_EQ(stored->at("tool.txt").data, "tool output");
 }
 
 TEST(ReportProcessBaseTest, StopFromAnotherThreadEndsTheRunningTool) {
