@@ -113,7 +113,7 @@ Common::Error WriteDisksReport(std::ostream* out) {
     Common::Error result;
     Common::Error failure = Common::CatchErrors([&] { result = WriteDocument(*out); });
     if (failure.Failed()) {
-        Common::Log::WriteError(Common::Log::kError, "Disk report: the walk failed.", failure);
+        Common::Log::WriteError(Common::Log::kError, "Disk report: the walk failed: ", failure);
         result = failure;
         EndPass();
     }

@@ -20,7 +20,7 @@ constexpr std::size_t kMaxTextLength = 64 * 1024;
 void LogAbsent(PropertyId id, const Common::ErrorException& e) {
     static std::set<PropertyId> logged;
     if (logged.insert(id).second) {
-        Common::Log::WriteError(Common::Log::kDebug, "Disk report: property " + std::to_string(id) + " reads as absent.",
+        Common::Log::WriteError(Common::Log::kDebug, "Disk report: property " + std::to_string(id) + " reads as absent: ",
                                 e.error());
     }
 }
@@ -88,7 +88,7 @@ bool Set(PropertyId id, Value value) {
     } catch (const Common::ErrorException& e) {
         Common::Log::WriteError(Common::Log::kWarning,
                                 "Disk report: setting property " + std::to_string(id) + " to " + std::to_string(value) +
-                                    " failed.",
+                                    " failed: ",
                                 e.error());
         return false;
     }

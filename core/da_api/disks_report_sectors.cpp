@@ -97,7 +97,7 @@ std::optional<std::vector<std::uint8_t>> ReadFirstSector() {
     Common::Error error = CheckSectorSize(sectorSize);
     if (error.Succeeded()) error = Read({Get(Prop::kFirstSector), 1}, data);
     if (error.Failed()) {
-        Common::Log::WriteError(Common::Log::kWarning, "Disk report: cannot read an object's first sector.", error);
+        Common::Log::WriteError(Common::Log::kWarning, "Disk report: cannot read an object's first sector: ", error);
         return std::nullopt;
     }
     if (data.size() > sectorSize) data.resize(sectorSize);

@@ -51,7 +51,7 @@ void WalkVolumeContents(Value volumeHandle, Value volumeNumber, const std::funct
 
 Common::Error BeginPass() {
     Common::Error error = Common::CatchErrors([] { DaSetProperty(Prop::kSelectComputer, kComputerByName); });
-    if (error.Failed()) Common::Log::WriteError(Common::Log::kError, "Disk report: cannot select the computer.", error);
+    if (error.Failed()) Common::Log::WriteError(Common::Log::kError, "Disk report: cannot select the computer: ", error);
     Drop(Prop::kDropDisk);
     return error;
 }
