@@ -300,6 +300,28 @@ TEST_F(DiskFixtureTest, WholeDiskFileSystemHasNoPartitionTable) {
     EXPECT_EQ(layout.objects[0].count, disk->SectorCount());
 }
 
+TEST_F(DiskFixtureTest, SwapMatchesBlkid) {
+    auto disk = Open("swap.img");
+    const DiskLayout layout = ReadLayout(*disk);
+    EXPECT_EQ(layout.scheme, Scheme::kRaw);
+    const ProbeResult result = ProbeAt(*disk, 0, disk->SectorCount());
+    ASSERT_EQ(result.outcome, ProbeOutcome::kFound) << result.failure;
+    const std::string report = Report("swap.blkid.txt");
+    EXPECT_EQ(*TextAfter(report, "TYPE="), "swap");
+    EXPECT_EQ(result.info.type, FsType::kLinuxSwap);
+    EXPECT_EQ(result.info.label, U16(*TextAfter(report, "LABEL=")));
+    // The swap header keeps the UUID in its text order, so its bytes read as blkid prints them.
+    std::string uuid;
+    for (const std::uint8_t byte : result.info.serial) {
+        uuid += "0123456789abcdef"[byte >> 4];
+        uuid += "0123456789abcdef"[byte & 15];
+    }
+    std::string expected = *TextAfter(report, "UUID=");
+    std::erase(expected, '-');
+    EXPECT_EQ(uuid, expected);
+    EXPECT_EQ(result.info.sizeBytes, disk->SectorCount() * 512);
+}
+
 TEST_F(DiskFixtureTest, DamagedImagesShowTheirProblemsAndStop) {
     {
         SCOPED_TRACE("primary GPT header with a wrong CRC: the backup is used");

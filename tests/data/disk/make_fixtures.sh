@@ -18,7 +18,7 @@ if [[ -f $stamp && $(cat "$stamp") == "$sum" ]]; then exit 0; fi
 
 export PATH="$PATH:/usr/sbin:/sbin"
 for tool in flock sfdisk fdisk sgdisk mkfs.vfat fsck.fat mkntfs ntfslabel ntfsinfo mkfs.ext4 dumpe2fs mkfs.exfat exfatlabel \
-  dump.exfat dd truncate od; do
+  dump.exfat mkswap blkid dd truncate od; do
   if ! command -v "$tool" >/dev/null; then
     echo "make_fixtures.sh: missing tool $tool" >&2
     exit 77
@@ -127,6 +127,12 @@ img="$work/floppy.img"
 truncate -s 1440K "$img"
 mkfs.vfat -F 12 -n FLOPPY -i 1234ABCD --invariant "$img" >/dev/null
 report floppy.fsck.txt fsck.fat -vn "$img"
+
+# Linux swap over a whole disk (a format known by its signature).
+img="$work/swap.img"
+truncate -s 4M "$img"
+mkswap -L SwapVol -U 5EED0009-0000-4000-8000-000000000000 "$img" >/dev/null 2>&1
+report swap.blkid.txt blkid -p -o export "$img"
 
 # A disk of 4096-byte sectors (fdisk, as sfdisk here cannot be told the sector size): ext4 and FAT.
 img="$work/gpt4k.img"
