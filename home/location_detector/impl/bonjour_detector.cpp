@@ -22,6 +22,9 @@ constexpr std::size_t kMaxPacket = 9000;
 // Keeps a query with follow-up questions well inside one Ethernet frame.
 constexpr std::size_t kMaxFollowUps = 16;
 constexpr int kMaxDatagramsPerWake = 64;
+// Listening ends this long before the search time does, so that the instances still without an address
+// are in the list by the time it is taken.
+constexpr std::chrono::milliseconds kWrapUp{150};
 
 struct InterfaceSocket {
     Net::NetworkInterface where;
@@ -106,7 +109,8 @@ void Search(SearchContext& context, bool includeLinkLocal) {
     std::vector<std::uint8_t> buffer(kMaxPacket);
     Clock::time_point nextQuery = Clock::now();
     std::chrono::milliseconds interval = kFirstRepeat;
-    while (context.Searching()) {
+    const Clock::time_point listenEnd = context.SearchEnd() - kWrapUp;
+    while (context.Searching() && Clock::now() < listenEnd) {
         if (Clock::now() >= nextQuery) {
             std::vector<Dns::Question> questions = browse;
             std::vector<Dns::Question> followUps = collector.FollowUpQuestions();
@@ -117,7 +121,7 @@ void Search(SearchContext& context, bool includeLinkLocal) {
             interval *= 2;
         }
         auto wait = std::chrono::duration_cast<std::chrono::milliseconds>(
-            std::min({nextQuery, context.SearchEnd()}) - Clock::now());
+            std::min(nextQuery, listenEnd) - Clock::now());
         for (std::size_t index : Net::WaitReadable(waitList, std::clamp(wait, std::chrono::milliseconds(0), kSlice)))
             ReadAnswers(sockets[index], buffer, collector);
         Report(context, collector.TakeResolved());

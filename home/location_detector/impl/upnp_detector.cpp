@@ -164,9 +164,9 @@ void Search(SearchContext& context, const Settings& settings, UpnpNetwork& netwo
     while (context.Searching()) {
         bool sendFailed = false;
         for (size_t i = 0; i < interfaces.size() && context.Searching(); ++i) {
-            // The search time is shared among the interfaces still to be searched in this round.
+            // The search time is shared among the interfaces still to be searched in this round; a
+            // search started late may run past the search time by a second, well inside the cap.
             auto left = std::chrono::duration_cast<std::chrono::milliseconds>(context.SearchEnd() - Clock::now());
-            if (left < kMinDiscoverDelay) break;
             auto delay = std::clamp(left / static_cast<long>(interfaces.size() - i), kMinDiscoverDelay, kDiscoverDelay);
             UpnpNetwork::Discovery discovery = network.Discover(interfaces[i].address, delay);
             if (discovery.status == UpnpNetwork::DiscoverStatus::SendFailed) {

@@ -69,7 +69,6 @@ public:
     UpnpDetector(bool includeLinkLocal, std::int32_t discoverTimeout, std::int32_t urnDeviceType,
                  std::shared_ptr<UpnpNetwork> network = nullptr);
 
-    bool IncludeLinkLocal() const { return includeLinkLocal_; }
     std::int32_t DiscoverTimeout() const { return discoverTimeout_; }
     std::int32_t UrnDeviceType() const { return urnDeviceType_; }
 

@@ -223,16 +223,6 @@ TEST(UpnpSettingsTest, ForcedTypesNameTheUrnOfTheirOwnIndex) {
     }
 }
 
-TEST(UpnpSettingsTest, TypeZeroWarnsOnce) {
-    LogCapture log;
-    UpnpDetector detector(false, 5, 0, std::make_shared<FakeNetwork>());
-    EXPECT_FALSE(detector.IncludeLinkLocal());
-    std::string text = log.Text();
-    EXPECT_TRUE(log.Has("warning", "Warning! Ommit urn is setted. All upnp devices will be detected as NAS.")) << text;
-    EXPECT_EQ(text.find("Ivalid"), std::string::npos);
-    EXPECT_EQ(text.find("Using default"), std::string::npos);
-}
-
 TEST(UpnpSearchTest, ReportsNasDevicesOnceWithTheirDescription) {
     LogCapture log;
     auto network = std::make_shared<FakeNetwork>();
