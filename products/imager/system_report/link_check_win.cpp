@@ -10,8 +10,10 @@ bool IsLink(const std::filesystem::path& path) {
     HANDLE find = FindFirstFileW(path.c_str(), &data);
     if (find == INVALID_HANDLE_VALUE) return false;
     FindClose(find);
-    // dwReserved0 holds the reparse tag when the entry is a reparse point.
-    return (data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 && IsReparseTagNameSurrogate(data.dwReserved0);
+    if ((data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return false;
+    // dwReserved0 holds the reparse tag. Windows never gives a reparse point the tag 0, but Wine reports
+    // the host's symbolic links that way.
+    return data.dwReserved0 == 0 || IsReparseTagNameSurrogate(data.dwReserved0);
 }
 
 }  // namespace SystemReport
