@@ -99,11 +99,17 @@ Common::Error WriteOnlineBackupDetails(const fs::path& makerFolder) {
         if (!fs::is_directory(child, ec) || !fs::is_directory(folder, ec) || IsLink(folder)) continue;
         found = true;
         const fs::path file = folder / "online_backup.txt";
+        const std::string failure = Common::FormatPlaceholders("Failed to write file '{0}'.", {Common::PathToUtf8(file)});
+        // Writing through a link planted under that name would overwrite whatever it points to.
+        if (IsLink(file)) {
+            Common::Log::Error(failure);
+            continue;
+        }
         const std::string text = OnlineBackupDetailsText(folder);
         std::ofstream out(file, std::ios::binary | std::ios::trunc);
         out.write(text.data(), static_cast<std::streamsize>(text.size()));
         out.close();
-        if (!out) Common::Log::Error(Common::FormatPlaceholders("Failed to write file '{0}'.", {Common::PathToUtf8(file)}));
+        if (!out) Common::Log::Error(failure);
     }
     if (!found) return Common::Error::Make(Common::Codes::kOpenFile, L"No OnlineBackup folder is available");
     return {};
