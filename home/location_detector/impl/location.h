@@ -9,7 +9,11 @@ namespace LocationDetector {
 
 struct Location {
     std::wstring name;      // the device's display name
-    std::wstring path;      // how the location is reached: the UNC root "\\host" of the device
+    // How the location is reached: the UNC root "\\<hostname>" of the device. The backup product reaches
+    // network storage through file shares, and every service browsed for (SMB, the base stations' disks,
+    // a storage maker's own) and every NAS found over UPnP serves them; a share name is not announced by
+    // any of them, so the root is as far as a support engineer can be pointed.
+    std::wstring path;
     std::wstring hostname;  // the device's host name, or its address when it announced no name
     std::string raw;        // what the device said about itself, as it said it (may be empty)
 };
