@@ -436,4 +436,11 @@ Common::Error ZipWriter::Commit() {
     return Common::CatchErrors([&] { return impl_->Commit(); });
 }
 
+bool IsSourceFailure(const Common::Error& error) {
+    for (const Common::ErrorField& field : error.Fields()) {
+        if (field.name == "source") return true;
+    }
+    return false;
+}
+
 }  // namespace Zip

@@ -47,4 +47,8 @@ private:
     std::unique_ptr<Impl> impl_;
 };
 
+// True when an AddFileFromDisk failure came from the source (missing, unreadable, vanished): that entry
+// is dropped and the archive is still good, so the caller may go on with the next entry.
+bool IsSourceFailure(const Common::Error& error);
+
 }  // namespace Zip

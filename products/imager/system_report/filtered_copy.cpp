@@ -23,15 +23,13 @@ Common::Error ReadWholeFile(const std::filesystem::path& path, std::string& cont
     return {};
 }
 
-Common::Error FilteredCopyFile(const std::filesystem::path& source, Zip::ZipWriter& zip, std::string_view name,
-                               const CopyFileFilter& filter, std::time_t modified) {
+Common::Error FilteredCopyFile(const std::filesystem::path& source, const CopyFileFilter& filter, std::string& filtered) {
     std::string text;
     if (Common::Error error = ReadWholeFile(source, text); error.Failed()) return error;
-    std::string filtered;
     if (Common::Error error = filter.Filter(text, filtered); error.Failed()) {
         return Common::Error::Make(Common::Codes::kOpenFile, L"The file could not be filtered.", error);
     }
-    return zip.AddFile(name, filtered, modified);
+    return {};
 }
 
 }  // namespace SystemReport

@@ -113,24 +113,27 @@ private:
 
     Common::Error Store(const fs::path& source, const std::string& name, const CopyFileFilter* filter, std::time_t modified) {
         if (!filter) {
-            if (auto error = zip_.AddFileFromDisk(name, source, modified); error.Failed()) return WriteFailure(error);
+            Common::Error error = zip_.AddFileFromDisk(name, source, modified);
+            if (error.Failed() && Zip::IsSourceFailure(error)) {
+                Common::Log::WriteError(Common::Log::kError, "Report file '" + name + "' cannot be read: ", error);
+                return {};
+            }
+            return error.Failed() ? WriteFailure(error) : Common::Error();
+        }
+        std::string filtered;
+        if (Common::Error error = FilteredCopyFile(source, *filter, filtered); error.Failed()) {
+            // Text that was meant to be redacted and was not must never reach the archive.
+            Common::Log::WriteError(Common::Log::kError, "Report file '" + name + "' is left out: ", error);
             return {};
         }
-        std::string text;
-        if (auto error = ReadWholeFile(source, text); error.Failed()) {
-            Common::Log::WriteError(Common::Log::kError, "Report file '" + name + "' cannot be read: ", error);
-            return {};
-        }
-        return StoreText(std::move(text), name, filter, modified);
+        return StoreText(std::move(filtered), name, nullptr, modified);
     }
 
     Common::Error StoreText(std::string text, const std::string& name, const CopyFileFilter* filter, std::time_t modified) {
         if (filter) {
             std::string filtered;
             if (auto error = filter->Filter(text, filtered); error.Failed()) {
-                // Text that was meant to be redacted and was not must never reach the archive.
-                Common::Log::WriteError(Common::Log::kError,
-                                        "Report file '" + name + "' cannot be filtered and is left out: ", error);
+                Common::Log::WriteError(Common::Log::kError, "Report file '" + name + "' cannot be filtered and is left out: ", error);
                 return {};
             }
             text = std::move(filtered);

@@ -196,6 +196,7 @@ TEST_F(ZipReaderTest, FilesFromDiskAreStreamedAndFailedOnesLeaveNoTrace) {
         Common::Error missing = writer.AddFileFromDisk("missing.log", folder_ / "missing.log", kJune2021);
         EXPECT_EQ(missing.Code(), 0x40007u);
         EXPECT_EQ(missing.Cause().Code(), static_cast<std::uint32_t>(ENOENT));
+        EXPECT_TRUE(Zip::IsSourceFailure(missing)) << "a missing source must not read as a broken archive";
         EXPECT_EQ(writer.AddFileFromDisk("folder.log", folder_, kJune2021).Code(), 0x40007u);
         EXPECT_FALSE(writer.AddFileFromDisk("noise.dmp", noisePath, kJune2021).Failed());
         EXPECT_EQ(writer.AddFileFromDisk("pipe.bin", pipe, kJune2021).Code(), 0x40007u);
