@@ -35,22 +35,16 @@ public:
         log_->starts.emplace_back(executable, arguments);
         return log_->created;
     }
-    bool Terminate() override {
-        ++log_->terminates;
-        return false;
-    }
+    bool Terminate() override { return ++log_->terminates, false; }
     std::int32_t GetExitCode() override { return log_->exitCode; }
 
 private:
     std::shared_ptr<StarterLog> log_;
 };
 
-class NamedFilter final : public CopyFileFilter {
+class PassFilter final : public CopyFileFilter {
 public:
-    Common::Error Filter(const std::string& text, std::string& filtered) const override {
-        filtered = text;
-        return {};
-    }
+    Common::Error Filter(const std::string& text, std::string& filtered) const override { return filtered = text, Common::Error(); }
 };
 
 class FakeProbe final : public SystemProbe {
@@ -63,133 +57,100 @@ private:
     bool wow64_, preinstallation_;
 };
 
-struct HostLog {
+struct HostState {
     std::optional<unsigned long> major = 10;
-    bool running = false;
-    bool startSucceeds = true;
-    std::wstring programW6432;
-    std::wstring programFiles;
-    int starts = 0;
-    int stops = 0;
+    bool running = false, startSucceeds = true;
+    std::wstring programW6432, programFiles;
+    int starts = 0, stops = 0;
 };
 
 class FakeHost final : public MsInfoHost {
 public:
-    explicit FakeHost(std::shared_ptr<HostLog> log) : log_(std::move(log)) {}
-    std::optional<unsigned long> WindowsMajorVersion() override { return log_->major; }
-    bool HelpServiceRunning() override { return log_->running; }
-    bool StartHelpService() override {
-        ++log_->starts;
-        return log_->startSucceeds;
-    }
-    void StopHelpService() override { ++log_->stops; }
-    std::wstring ProgramW6432Folder() override { return log_->programW6432; }
-    std::wstring ProgramFilesFolder() override { return log_->programFiles; }
+    explicit FakeHost(std::shared_ptr<HostState> state) : state_(std::move(state)) {}
+    std::optional<unsigned long> WindowsMajorVersion() override { return state_->major; }
+    bool HelpServiceRunning() override { return state_->running; }
+    bool StartHelpService() override { return ++state_->starts, state_->startSucceeds; }
+    void StopHelpService() override { ++state_->stops; }
+    std::wstring ProgramW6432Folder() override { return state_->programW6432; }
+    std::wstring ProgramFilesFolder() override { return state_->programFiles; }
 
 private:
-    std::shared_ptr<HostLog> log_;
+    std::shared_ptr<HostState> state_;
 };
 
-// A working folder with blanks; it need not exist, the fake starter writes nothing.
-fs::path Folder() { return fs::temp_directory_path() / "Report Folder" / "scratch dir"; }
+// A working folder with blanks; it need not exist, as the fake starter writes nothing.
+const fs::path kFolder = fs::temp_directory_path() / "Report Folder" / "scratch dir";
 
-std::wstring FolderText() {
-    return Common::Utf8ToWide(Common::PathToUtf8(Folder())) + std::wstring(1, fs::path::preferred_separator);
+std::wstring ScratchNameIn(const std::wstring& arguments) {
+    static const std::wregex name(L"[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
+    std::wsmatch match;
+    return std::regex_search(arguments, match, name) ? match.str() : std::wstring();
 }
 
-const std::wregex kScratchName(L"[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
+using MakeItem = std::function<ReportPtr(std::unique_ptr<ProcessStarter>)>;
 
-// The scratch name in an argument string; empty when there is none.
-std::wstring ScratchNameIn(const std::wstring& arguments) {
-    std::wsmatch match;
-    return std::regex_search(arguments, match, kScratchName) ? match.str() : std::wstring();
+template <typename Item, typename... Args>
+MakeItem Maker(Args... args) {
+    return [=](std::unique_ptr<ProcessStarter> starter) { return std::make_shared<Item>(args..., std::move(starter)); };
 }
 
 struct ItemCase {
-    const char* label;
-    std::function<ReportPtr(std::unique_ptr<ProcessStarter>, const ReportContext&)> make;
+    MakeItem make;
     std::wstring executable;
     std::wstring arguments;  // {0}: the quoted path of the scratch file
-    std::wstring extension;
-    std::wstring archiveName;
-    std::wstring title;
-    enum { kNoFilter, kTextFilter, kWideTextFilter } filter;
+    std::wstring extension, archiveName, title;
+    std::shared_ptr<CopyFileFilter> filter;
 };
 
+const auto kTextFilter = std::make_shared<PassFilter>();
+const auto kWideTextFilter = std::make_shared<PassFilter>();
+
 std::vector<ItemCase> Cases() {
+    MakeItem msinfo = [](std::unique_ptr<ProcessStarter> starter) {
+        return std::make_shared<ReportMSInfo32>(std::make_shared<FakeProbe>(false, false),
+                                                std::make_unique<FakeHost>(std::make_shared<HostState>()), std::move(starter));
+    };
     return {
-        {"msinfo32",
-         [](auto starter, const ReportContext& context) {
-             return std::make_shared<ReportMSInfo32>(context.systemProbe, std::make_unique<FakeHost>(std::make_shared<HostLog>()),
-                                                     std::move(starter));
-         },
-         L"msinfo32.exe", L" /nfo {0}", L".nfo", L"msinfo.nfo", L"MSInfo32 report", ItemCase::kNoFilter},
-        {"applog", [](auto starter, const ReportContext&) { return std::make_shared<ReportAppLog>(std::move(starter)); },
-         L"wmic", L"nteventlog where \"Logfilename='Application'\" Call BackupEventLog {0}", L"", L"applog.evt",
-         L"applog.evt", ItemCase::kNoFilter},
-        {"syslog", [](auto starter, const ReportContext&) { return std::make_shared<ReportSysLog>(std::move(starter)); },
-         L"wmic", L"nteventlog where \"Logfilename='System'\" Call BackupEventLog {0}", L"", L"syslog.evt",
-         L"syslog.evt", ItemCase::kNoFilter},
-        {"registry",
-         [](auto starter, const ReportContext& context) {
-             return std::make_shared<ReportRegistryKeys>(context.wideTextFilter, std::move(starter));
-         },
-         L"reg", L"EXPORT \"HKLM\\Software\\Brendix\" {0} /y", L"", L"vexreg.reg", L"vexreg.reg",
-         ItemCase::kWideTextFilter},
-        {"registry64",
-         [](auto starter, const ReportContext& context) {
-             return std::make_shared<ReportRegistryKeys64>(context.wideTextFilter, std::move(starter));
-         },
-         L"reg", L"EXPORT \"HKLM\\Software\\Wow6432Node\\Brendix\" {0} /y", L"", L"vexreg64.reg", L"vexreg64.reg",
-         ItemCase::kWideTextFilter},
-        {"rights",
-         [](auto starter, const ReportContext& context) {
-             return std::make_shared<ReportUserRights>(context.textFilter, std::move(starter));
-         },
-         L"secedit", L"/export /areas USER_RIGHTS /cfg {0}", L"", L"rights.txt", L"User rights", ItemCase::kTextFilter},
-        {"pnp all", [](auto starter, const ReportContext&) { return std::make_shared<ReportWmiPnpAll>(std::move(starter)); },
-         L"wmic",
+        {msinfo, L"msinfo32.exe", L" /nfo {0}", L".nfo", L"msinfo.nfo", L"MSInfo32 report", nullptr},
+        {Maker<ReportAppLog>(), L"wmic", L"nteventlog where \"Logfilename='Application'\" Call BackupEventLog {0}", L"",
+         L"applog.evt", L"applog.evt", nullptr},
+        {Maker<ReportSysLog>(), L"wmic", L"nteventlog where \"Logfilename='System'\" Call BackupEventLog {0}", L"",
+         L"syslog.evt", L"syslog.evt", nullptr},
+        {Maker<ReportRegistryKeys>(kWideTextFilter), L"reg", L"EXPORT \"HKLM\\Software\\Brendix\" {0} /y", L"",
+         L"vexreg.reg", L"vexreg.reg", kWideTextFilter},
+        {Maker<ReportRegistryKeys64>(kWideTextFilter), L"reg", L"EXPORT \"HKLM\\Software\\Wow6432Node\\Brendix\" {0} /y",
+         L"", L"vexreg64.reg", L"vexreg64.reg", kWideTextFilter},
+        {Maker<ReportUserRights>(kTextFilter), L"secedit", L"/export /areas USER_RIGHTS /cfg {0}", L"", L"rights.txt",
+         L"User rights", kTextFilter},
+        {Maker<ReportWmiPnpAll>(), L"wmic",
          L"/OUTPUT:{0} path Win32_PnPEntity get Caption, ClassGuid, Manufacturer, Name, PNPDeviceID, Service, Status", L"",
-         L"wmi-PnPEntities-all.txt", L"PnP controllers", ItemCase::kNoFilter},
-        {"pnp storage and network",
-         [](auto starter, const ReportContext&) { return std::make_shared<ReportWmiPnpStorageAndNetwork>(std::move(starter)); },
-         L"wmic",
+         L"wmi-PnPEntities-all.txt", L"PnP controllers", nullptr},
+        {Maker<ReportWmiPnpStorageAndNetwork>(), L"wmic",
          L"/OUTPUT:{0} path Win32_PnPEntity where \"(PNPDeviceID like '%VEN%') and (ClassGuid like "
          L"'{4d36e96a-e325-11ce-bfc1-08002be10318}' or ClassGuid like '{4d36e97b-e325-11ce-bfc1-08002be10318}' or "
          L"ClassGuid like '{4d36e972-e325-11ce-bfc1-08002be10318}' or Service like '%USBXHCI%' or Service like "
          L"'%nvme%')\" get Caption",
-         L"", L"wmi-PnPEntities-StorageAndNetwork.txt", L"PnP storage controllers and PnP network controllers",
-         ItemCase::kNoFilter},
-        {"pnp vendor", [](auto starter, const ReportContext&) { return std::make_shared<ReportWmiPnpVen>(std::move(starter)); },
-         L"wmic",
+         L"", L"wmi-PnPEntities-StorageAndNetwork.txt", L"PnP storage controllers and PnP network controllers", nullptr},
+        {Maker<ReportWmiPnpVen>(), L"wmic",
          L"/OUTPUT:{0} path Win32_PnPEntity where \"PNPDeviceID like '%VEN%'\" get Caption, ClassGuid, Manufacturer, "
          L"Name, PNPDeviceID, Service, Status",
-         L"", L"wmi-PnPEntities-InclVenInfo.txt", L"PnP controllers with vendor's information", ItemCase::kNoFilter},
+         L"", L"wmi-PnPEntities-InclVenInfo.txt", L"PnP controllers with vendor's information", nullptr},
     };
 }
 
-ReportContext TestContext() {
-    ReportContext context;
-    context.textFilter = std::make_shared<NamedFilter>();
-    context.wideTextFilter = std::make_shared<NamedFilter>();
-    context.systemProbe = std::make_shared<FakeProbe>(false, false);
-    return context;
-}
-
 TEST(SystemToolItemsTest, EachItemRunsItsToolAndNamesItsFile) {
-    ReportContext context = TestContext();
+    const std::wstring folder = Common::Utf8ToWide(Common::PathToUtf8(kFolder)) + static_cast<wchar_t>(fs::path::preferred_separator);
     for (const ItemCase& item : Cases()) {
-        SCOPED_TRACE(item.label);
+        SCOPED_TRACE(Common::WideToUtf8(item.archiveName));
         auto log = std::make_shared<StarterLog>();
-        ReportPtr report = item.make(std::make_unique<FakeStarter>(log), context);
         FileEntries entries;
-        ASSERT_TRUE(report->Create(Folder(), entries).Succeeded());
+        ASSERT_TRUE(item.make(std::make_unique<FakeStarter>(log))->Create(kFolder, entries).Succeeded());
 
         ASSERT_EQ(log->starts.size(), 1u);
         const auto& [executable, arguments] = log->starts[0];
         std::wstring name = ScratchNameIn(arguments);
         ASSERT_FALSE(name.empty()) << Common::WideToUtf8(arguments);
-        std::wstring file = FolderText() + name + item.extension;
+        std::wstring file = folder + name + item.extension;
         EXPECT_EQ(executable, item.executable);
         EXPECT_EQ(arguments, Common::FormatPlaceholders(item.arguments, {L"\"" + file + L"\""}));
 
@@ -197,31 +158,21 @@ TEST(SystemToolItemsTest, EachItemRunsItsToolAndNamesItsFile) {
         EXPECT_EQ(Common::Utf8ToWide(Common::PathToUtf8(entries[0].source)), file);
         EXPECT_EQ(entries[0].archiveName, item.archiveName);
         EXPECT_EQ(entries[0].title, item.title);
+        EXPECT_EQ(entries[0].filter, item.filter);
         EXPECT_FALSE(entries[0].folder);
-        switch (item.filter) {
-            case ItemCase::kNoFilter: EXPECT_EQ(entries[0].filter, nullptr); break;
-            case ItemCase::kTextFilter: EXPECT_EQ(entries[0].filter, context.textFilter); break;
-            case ItemCase::kWideTextFilter: EXPECT_EQ(entries[0].filter, context.wideTextFilter); break;
-        }
     }
 }
 
 TEST(SystemToolItemsTest, AFailingToolAddsNothingAndIsNoError) {
-    ReportContext context = TestContext();
-    struct Outcome {
-        bool created;
-        std::int32_t exitCode;
-    };
     // Exit code 1 (failed or terminated), -1 (timed out), and a tool that could not be started.
-    for (Outcome outcome : {Outcome{true, 1}, Outcome{true, -1}, Outcome{false, 0}}) {
+    for (auto [created, exitCode] : {std::pair{true, 1}, std::pair{true, -1}, std::pair{false, 0}}) {
         for (const ItemCase& item : Cases()) {
-            SCOPED_TRACE(std::string(item.label) + " exit " + std::to_string(outcome.exitCode));
+            SCOPED_TRACE(Common::WideToUtf8(item.archiveName) + " exit " + std::to_string(exitCode));
             auto log = std::make_shared<StarterLog>();
-            log->created = outcome.created;
-            log->exitCode = outcome.exitCode;
-            ReportPtr report = item.make(std::make_unique<FakeStarter>(log), context);
+            log->created = created;
+            log->exitCode = exitCode;
             FileEntries entries;
-            EXPECT_TRUE(report->Create(Folder(), entries).Succeeded());
+            EXPECT_TRUE(item.make(std::make_unique<FakeStarter>(log))->Create(kFolder, entries).Succeeded());
             EXPECT_EQ(log->starts.size(), 1u);
             EXPECT_TRUE(entries.empty());
         }
@@ -230,11 +181,9 @@ TEST(SystemToolItemsTest, AFailingToolAddsNothingAndIsNoError) {
 
 TEST(SystemToolItemsTest, EveryRunHasAFreshScratchName) {
     auto log = std::make_shared<StarterLog>();
-    ReportContext context = TestContext();
     FileEntries entries;
     for (const ItemCase& item : Cases()) {
-        item.make(std::make_unique<FakeStarter>(log), context)->Create(Folder(), entries);
-        item.make(std::make_unique<FakeStarter>(log), context)->Create(Folder(), entries);
+        for (int run = 0; run < 2; ++run) item.make(std::make_unique<FakeStarter>(log))->Create(kFolder, entries);
     }
     std::set<std::wstring> names;
     for (const auto& start : log->starts) names.insert(ScratchNameIn(start.second));
@@ -242,119 +191,64 @@ TEST(SystemToolItemsTest, EveryRunHasAFreshScratchName) {
     EXPECT_EQ(names.count(L""), 0u);
 }
 
-TEST(SystemToolItemsTest, StopTerminatesTheToolAndKeepsLaterStartsFromRunning) {
+TEST(SystemToolItemsTest, StopTerminatesTheToolAndKeepsALaterStartFromRunning) {
     auto log = std::make_shared<StarterLog>();
     ReportRegistryKeys item(nullptr, std::make_unique<FakeStarter>(log));
     item.Stop();
     EXPECT_EQ(log->terminates, 1);
     FileEntries entries;
-    EXPECT_TRUE(item.Create(Folder(), entries).Succeeded());
+    EXPECT_TRUE(item.Create(kFolder, entries).Succeeded());
     EXPECT_TRUE(log->starts.empty());
-    EXPECT_TRUE(entries.empty());
 }
 
-// System Information before Windows Vista: the help service, the program folders, the quoted full path.
-struct MsInfoRun {
-    std::shared_ptr<HostLog> host = std::make_shared<HostLog>();
-    std::shared_ptr<StarterLog> starter = std::make_shared<StarterLog>();
-    bool wow64 = false;
-
-    // The executable that was started, or nullopt when nothing was.
-    std::optional<std::wstring> Run(FileEntries& entries) {
-        ReportMSInfo32 item(std::make_shared<FakeProbe>(wow64, false), std::make_unique<FakeHost>(host),
-                            std::make_unique<FakeStarter>(starter));
-        EXPECT_TRUE(item.Create(Folder(), entries).Succeeded());
-        if (starter->starts.empty()) return std::nullopt;
-        return starter->starts.back().first;
-    }
-};
-
-TEST(ReportMSInfo32Test, FromVistaOnTheBareNameRunsAndTheServiceIsLeftAlone) {
-    for (std::optional<unsigned long> major : {std::optional<unsigned long>(6), std::optional<unsigned long>(10),
-                                               std::optional<unsigned long>()}) {
-        MsInfoRun run;
-        run.host->major = major;
-        FileEntries entries;
-        EXPECT_EQ(run.Run(entries), L"msinfo32.exe");
-        EXPECT_EQ(run.host->starts, 0);
-        EXPECT_EQ(run.host->stops, 0);
-    }
-}
-
-TEST(ReportMSInfo32Test, BeforeVistaTheQuotedFullPathRuns) {
+TEST(ReportMSInfo32Test, ChoosesItsExecutableByVersionServiceAndProgramFolder) {
     const std::wstring tail = L"\\Common Files\\Microsoft Shared\\MSInfo\\msinfo32.exe\"";
-    {
-        SCOPED_TRACE("32-bit process on 64-bit Windows: the native program folder");
-        MsInfoRun run;
-        run.host->major = 5;
-        run.host->running = true;
-        run.wow64 = true;
-        run.host->programW6432 = L"C:\\Program Files";
-        run.host->programFiles = L"C:\\Program Files (x86)";
+    struct Case {
+        const char* label;
+        std::optional<unsigned long> major;
+        bool running, startSucceeds, wow64;
+        std::wstring programW6432, programFiles;
+        std::optional<std::wstring> executable;  // none: nothing runs
+        int serviceStarts, serviceStops;         // stops: when the item is destroyed
+    } cases[] = {
+        {"Vista", 6, false, false, false, L"", L"", L"msinfo32.exe", 0, 0},
+        {"no version", std::nullopt, false, false, false, L"", L"", L"msinfo32.exe", 0, 0},
+        {"XP x64, 32-bit process: the native folder", 5, true, true, true, L"C:\\Program Files",
+         L"C:\\Program Files (x86)", L"\"C:\\Program Files" + tail, 0, 0},
+        {"XP x64 without %ProgramW6432%", 5, true, true, true, L"", L"D:\\Programme", L"\"D:\\Programme" + tail, 0, 0},
+        {"32-bit XP ignores %ProgramW6432%", 5, true, true, false, L"C:\\Wrong", L"C:\\Program Files",
+         L"\"C:\\Program Files" + tail, 0, 0},
+        {"the item starts the service and stops it again", 5, false, true, false, L"", L"C:\\Program Files",
+         L"\"C:\\Program Files" + tail, 1, 1},
+        {"the service cannot be started", 5, false, false, false, L"", L"C:\\Program Files", std::nullopt, 1, 0},
+        {"no program folder", 5, true, true, true, L"", L"", std::nullopt, 0, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.label);
+        auto host = std::make_shared<HostState>();
+        host->major = c.major;
+        host->running = c.running;
+        host->startSucceeds = c.startSucceeds;
+        host->programW6432 = c.programW6432;
+        host->programFiles = c.programFiles;
+        auto log = std::make_shared<StarterLog>();
         FileEntries entries;
-        EXPECT_EQ(run.Run(entries), L"\"C:\\Program Files" + tail);
-        EXPECT_EQ(entries.size(), 1u);
-        EXPECT_EQ(run.host->starts, 0) << "a running service is not started";
-        EXPECT_EQ(run.host->stops, 0) << "nor stopped";
-    }
-    {
-        SCOPED_TRACE("64-bit Windows without %ProgramW6432%");
-        MsInfoRun run;
-        run.host->major = 5;
-        run.host->running = true;
-        run.wow64 = true;
-        run.host->programFiles = L"D:\\Programme";
-        FileEntries entries;
-        EXPECT_EQ(run.Run(entries), L"\"D:\\Programme" + tail);
-    }
-    {
-        SCOPED_TRACE("32-bit Windows ignores %ProgramW6432%");
-        MsInfoRun run;
-        run.host->major = 5;
-        run.host->running = true;
-        run.host->programW6432 = L"C:\\Wrong";
-        run.host->programFiles = L"C:\\Program Files";
-        FileEntries entries;
-        EXPECT_EQ(run.Run(entries), L"\"C:\\Program Files" + tail);
-    }
-}
-
-TEST(ReportMSInfo32Test, TheItemStopsTheHelpServiceOnlyIfItStartedIt) {
-    MsInfoRun run;
-    run.host->major = 5;
-    run.host->programFiles = L"C:\\Program Files";
-    FileEntries entries;
-    EXPECT_TRUE(run.Run(entries).has_value());
-    EXPECT_EQ(run.host->starts, 1);
-    EXPECT_EQ(run.host->stops, 1);
-}
-
-TEST(ReportMSInfo32Test, NothingRunsWithoutTheServiceOrAProgramFolder) {
-    {
-        SCOPED_TRACE("the service cannot be started");
-        MsInfoRun run;
-        run.host->major = 5;
-        run.host->startSucceeds = false;
-        run.host->programFiles = L"C:\\Program Files";
-        FileEntries entries;
-        EXPECT_EQ(run.Run(entries), std::nullopt);
-        EXPECT_TRUE(entries.empty());
-        EXPECT_EQ(run.host->stops, 0);
-    }
-    {
-        SCOPED_TRACE("no program folder");
-        MsInfoRun run;
-        run.host->major = 5;
-        run.host->running = true;
-        run.wow64 = true;
-        FileEntries entries;
-        EXPECT_EQ(run.Run(entries), std::nullopt);
-        EXPECT_TRUE(entries.empty());
+        {
+            ReportMSInfo32 item(std::make_shared<FakeProbe>(c.wow64, false), std::make_unique<FakeHost>(host),
+                                std::make_unique<FakeStarter>(log));
+            EXPECT_TRUE(item.Create(kFolder, entries).Succeeded());
+        }
+        std::optional<std::wstring> started;
+        if (!log->starts.empty()) started = log->starts[0].first;
+        EXPECT_EQ(started, c.executable);
+        EXPECT_EQ(entries.size(), c.executable ? 1u : 0u);
+        EXPECT_EQ(host->starts, c.serviceStarts);
+        EXPECT_EQ(host->stops, c.serviceStops);
     }
 }
 
 std::vector<std::string> ItemTypes(bool wow64, bool preinstallation) {
-    ReportContext context = TestContext();
+    ReportContext context;
     context.systemProbe = std::make_shared<FakeProbe>(wow64, preinstallation);
     std::vector<std::string> types;
     for (const ReportPtr& item : MakeSystemToolItems(context)) {
@@ -372,12 +266,8 @@ std::vector<std::string> Types() {
 TEST(SystemToolItemsTest, TheListDependsOnWow64AndThePreinstallationEnvironment) {
     EXPECT_EQ(ItemTypes(false, false),
               (Types<ReportSysLog, ReportAppLog, ReportUserRights, ReportRegistryKeys, ReportMSInfo32>()));
-    EXPECT_EQ(ItemTypes(true, false),
-              (Types<ReportSysLog, ReportAppLog, ReportUserRights, ReportRegistryKeys, ReportRegistryKeys64,
-                     ReportMSInfo32>()));
-    EXPECT_EQ(ItemTypes(false, true),
-              (Types<ReportSysLog, ReportAppLog, ReportUserRights, ReportRegistryKeys, ReportMSInfo32, ReportWmiPnpAll,
-                     ReportWmiPnpVen, ReportWmiPnpStorageAndNetwork>()));
+    EXPECT_EQ(ItemTypes(true, false), (Types<ReportSysLog, ReportAppLog, ReportUserRights, ReportRegistryKeys,
+                                             ReportRegistryKeys64, ReportMSInfo32>()));
     EXPECT_EQ(ItemTypes(true, true),
               (Types<ReportSysLog, ReportAppLog, ReportUserRights, ReportRegistryKeys, ReportRegistryKeys64,
                      ReportMSInfo32, ReportWmiPnpAll, ReportWmiPnpVen, ReportWmiPnpStorageAndNetwork>()));
