@@ -28,9 +28,15 @@ const wchar_t* SchedulerLibraryFileName() { return L"schedmgr.dll"; }
 
 Common::Error LoadSchedulerLibrary(const std::filesystem::path& folder, std::unique_ptr<SchedulerLibrary>& library) {
     std::filesystem::path path = folder / SchedulerLibraryFileName();
-    // A full path with LOAD_WITH_ALTERED_SEARCH_PATH: the library and its own dependencies come from the
-    // executable's folder, never from the current directory.
-    HMODULE module = LoadLibraryExW(path.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
+    // The library and its own dependencies come from the executable's folder and System32 only, never from
+    // the current directory: the tool runs elevated. Systems without the restricted search flags (Vista
+    // before its loader update) refuse them with ERROR_INVALID_PARAMETER; the altered search path is the
+    // closest they offer.
+    HMODULE module = LoadLibraryExW(path.c_str(), nullptr,
+                                    LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32);
+    if (!module && GetLastError() == ERROR_INVALID_PARAMETER) {
+        module = LoadLibraryExW(path.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
+    }
     if (!module) return Common::Error::AddWindowsError(GetLastError());
     auto create = reinterpret_cast<CreateReportRoutine>(reinterpret_cast<void*>(GetProcAddress(module, "ScheduleCreateLocalReport")));
     auto free = reinterpret_cast<FreeMemoryRoutine>(reinterpret_cast<void*>(GetProcAddress(module, "ScheduleFreeMemory")));
