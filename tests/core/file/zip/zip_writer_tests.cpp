@@ -52,8 +52,8 @@ std::uint32_t Crc(std::string_view data) {
     return static_cast<std::uint32_t>(crc32(0, reinterpret_cast<const Bytef*>(data.data()), data.size()));
 }
 
-std::string RandomBytes(std::size_t size, unsigned seed) {
-    std::mt19937 engine(seed);
+std::string RandomBytes(std::size_t size, unsigned start) {
+    std::mt19937 engine(start);
     std::string bytes(size, '\0');
     for (char& c : bytes) c = static_cast<char>(engine());
     return bytes;

@@ -88,7 +88,7 @@ inline std::vector<std::uint16_t> WideText(std::mt19937& random, std::size_t siz
 }
 
 // A product log of about `size` bytes: CR LF lines of about a hundred bytes, one in twenty with a secret.
-inline std::string Log(std::size_t size, std::uint32_t seed = 1) {
+inline std::string Log(std::size_t size, std::uint32_t variant = 1) {
     static const char* const messages[] = {
         "Backup task 'Daily documents' started, 1834 files queued",
         "Volume \\\\?\\Volume{6f1c2a7e-0000-0000-0000-100000000000}\\ snapshot created in 412 ms",
@@ -106,7 +106,7 @@ inline std::string Log(std::size_t size, std::uint32_t seed = 1) {
         "Cloud account <LocationLogin>jdoe@cloud</LocationLogin> connected",
         "Imported key -----BEGIN CERTIFICATE-----MIIBszCCAVmgAwIBAgIUe3Qx-----END CERTIFICATE-----",
     };
-    std::mt19937 random(seed);
+    std::mt19937 random(variant);
     std::string log;
     log.reserve(size + 256);
     unsigned second = 0;
