@@ -13,7 +13,7 @@ for text in 'requireAdministrator' 'Microsoft.Windows.Common-Controls' 'version=
             '{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}'; do
   grep -qaF "$text" "$exe" || fail "manifest lacks $text"
 done
-# The version resource's strings are UTF-16LE.
-version=$(printf '24.7.38530' | sed 's/./&\x00/g')
-grep -qaF "$version" "$exe" || fail "no version resource 24.7.38530"
+# The version resource's strings are UTF-16LE: "24.7.38530" with a zero byte after each character.
+grep -qaP '2\x004\x00\.\x007\x00\.\x003\x008\x005\x003\x000\x00' "$exe" || fail "no version resource 24.7.38530"
+grep -qaP 'F\x00i\x00l\x00e\x00V\x00e\x00r\x00s\x00i\x00o\x00n\x00' "$exe" || fail "no FileVersion string"
 echo "check-pe: $exe: 32-bit PE, Windows GUI subsystem, manifest and version 24.7.38530 present"
