@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <new>
 
+#include "core/common/source_position.h"
 #include "core/common/strings.h"
 
 namespace Common {
@@ -97,7 +98,7 @@ Error Error::Make(std::uint32_t code, std::wstring message, Error cause, std::so
     entry->release = &DeleteEntry;
     entry->message = std::move(message);
     entry->file = where.file_name();
-    entry->func = where.function_name();
+    entry->func = ShortFunctionName(where.function_name());
     entry->line = where.line();
     entry->module = Fnv1a(entry->file);
     entry->site = Fnv1a(std::to_string(entry->line), entry->module);

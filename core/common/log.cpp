@@ -5,13 +5,15 @@
 #include <cstring>
 #include <string>
 
+#include "core/common/source_position.h"
 #include "core/common/strings.h"
 #include "core/logging/logging.h"
 
 namespace Common::Log {
 
 void Write(int level, std::string_view text, std::source_location where) {
-    Logging_Write(nullptr, level, where.file_name(), where.function_name(), where.line(), std::string(text));
+    Logging_Write(nullptr, level, where.file_name(), ShortFunctionName(where.function_name()).c_str(), where.line(),
+                  std::string(text));
 }
 
 void Write(int level, std::wstring_view text, std::source_location where) {
@@ -19,8 +21,8 @@ void Write(int level, std::wstring_view text, std::source_location where) {
 }
 
 void WriteError(int level, std::string_view text, const Common::Error& error, std::source_location where) {
-    Logging_WriteError(nullptr, level, where.file_name(), where.function_name(), where.line(), std::string(text),
-                       &error);
+    Logging_WriteError(nullptr, level, where.file_name(), ShortFunctionName(where.function_name()).c_str(),
+                       where.line(), std::string(text), &error);
 }
 
 std::string FormatErrorForLog(const void* error) {

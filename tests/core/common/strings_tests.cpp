@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include "core/common/source_position.h"
+
 namespace {
 
 using namespace Common;
@@ -37,6 +39,17 @@ TEST(StringsTest, PlaceholdersAreReplacedByIndex) {
 TEST(StringsTest, PathsRoundTripThroughUtf8) {
     std::string name = "d\xC3\xA9j\xC3\xA0/x.txt";
     EXPECT_EQ(PathToUtf8(PathFromUtf8(name)), name);
+}
+
+TEST(SourcePositionTest, FunctionNamesLoseReturnTypeAndParameters) {
+    EXPECT_EQ(ShortFunctionName("virtual Common::Error SystemReport::ReportProcessBase::Create(const std::filesystem::"
+                                "__cxx11::path&, SystemReport::FileEntries&)"),
+              "SystemReport::ReportProcessBase::Create");
+    EXPECT_EQ(ShortFunctionName("int wmain(int, wchar_t**)"), "wmain");
+    EXPECT_EQ(ShortFunctionName("std::map<int, std::pair<int, int> > Ns::F<std::pair<int, int> >(int)"),
+              "Ns::F<std::pair<int, int> >");
+    EXPECT_EQ(ShortFunctionName("Ns::Run()::<lambda()>"), "Ns::Run");
+    EXPECT_EQ(ShortFunctionName("plain"), "plain");
 }
 
 }  // namespace
