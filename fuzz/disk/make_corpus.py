@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Makes the disk fuzzers' seeds from the disk fixtures (tests/data/disk/make_fixtures.sh <dir> first).
+"""Makes the disk fuzzers' starting inputs from the disk fixtures (tests/data/disk/make_fixtures.sh <dir> first).
 
-   make_seeds.py <fixtures dir> <corpus dir>
+   make_corpus.py <fixtures dir> <corpus dir>
 
-Each seed is in the fuzzers' sparse format: u32 sector count, u8 sector-size shift, then records of
+Each input is in the fuzzers' sparse format: u32 sector count, u8 sector-size shift, then records of
 u32 sector number and one sector, for the sectors that are not all zero among those the decoders read.
 """
 import os
@@ -13,7 +13,7 @@ import sys
 MAX_SECTORS = 160
 
 
-def seed(image, sector_size, first, count, wanted):
+def corpus_input(image, sector_size, first, count, wanted):
     """The sparse form of `count` sectors from `first`, keeping the non-zero sectors that `wanted` picks."""
     out = struct.pack("<IB", count, 12 if sector_size == 4096 else 9)
     kept = 0
@@ -51,14 +51,14 @@ def main():
         if name == "past-end":
             count = 16384  # the cut image keeps its table
         with open(os.path.join(layouts, name), "wb") as f:
-            f.write(seed(image, sector_size, 0, count, tables))
+            f.write(corpus_input(image, sector_size, 0, count, tables))
     for name, image, sector_size, first, count in [
         ("fat16", "mbr", 512, 2048, 32768), ("ntfs", "mbr", 512, 34816, 24576), ("ext4", "mbr", 512, 61440, 24576),
         ("exfat", "mbr", 512, 88064, 16384), ("fat32", "gpt", 512, 2048, 81920), ("fat12", "floppy", 512, 0, 2880),
         ("ext4-4k", "gpt4k", 4096, 256, 1024), ("fat32-spc0", "fat32-spc0", 512, 2048, 81920),
     ]:
         with open(os.path.join(volumes, name), "wb") as f:
-            f.write(seed(os.path.join(fixtures, image + ".img"), sector_size, first, count, leading))
+            f.write(corpus_input(os.path.join(fixtures, image + ".img"), sector_size, first, count, leading))
 
 
 if __name__ == "__main__":
