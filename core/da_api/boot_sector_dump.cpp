@@ -1,5 +1,5 @@
 // Boot-sector printouts. Field offsets are those of the FAT boot sector and BPB (Microsoft's FAT
-// specification, "Boot Sector and BPB") and of the NTFS boot sector; all fields are little-endian.
+// standard, "Boot Sector and BPB") and of the NTFS boot sector; all fields are little-endian.
 #include "core/da_api/boot_sector_dump.h"
 
 #include "core/da_api/le_bytes.h"

@@ -1,5 +1,5 @@
 // exFAT: main boot sector, root directory (label, allocation bitmap) and the free count from the bitmap.
-// Rules from Microsoft's "exFAT file system specification", sections 3.1 and 7.
+// Rules from Microsoft's "exFAT file system standard", sections 3.1 and 7.
 #include <algorithm>
 #include <bit>
 #include <set>
@@ -85,7 +85,7 @@ ProbeResult ProbeExfat(VolumeReader& volume) {
     info.serial.assign(sector.begin() + 100, sector.begin() + 104);
 
     // The root directory holds the label (entry type 0x83) and the allocation bitmap (0x81). A directory
-    // is at most 256 MiB by the specification; far fewer clusters are looked at here.
+    // is at most 256 MiB by the exFAT standard; far fewer clusters are looked at here.
     std::uint32_t bitmapCluster = 0;
     std::uint64_t bitmapBytes = 0;
     std::vector<std::uint8_t> data;

@@ -1,4 +1,4 @@
-// GPT header and entry-array decoding with the CRC-32 checks of UEFI specification 2.10, 5.3.2.
+// GPT header and entry-array decoding with the CRC-32 checks of UEFI standard 2.10, 5.3.2.
 #include "core/disk/gpt.h"
 
 #include <zlib.h>

@@ -1,4 +1,4 @@
-// The GUID partition table: headers, entry arrays and their CRC-32 checks (UEFI specification, chapter 5.3).
+// The GUID partition table: headers, entry arrays and their CRC-32 checks (UEFI standard, chapter 5.3).
 #pragma once
 
 #include <cstdint>

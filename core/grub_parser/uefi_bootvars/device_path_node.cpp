@@ -10,7 +10,7 @@
 namespace Uefi {
 namespace {
 
-// Field offsets of HARDDRIVE_DEVICE_PATH in the UEFI specification.
+// Field offsets of HARDDRIVE_DEVICE_PATH in the UEFI standard.
 constexpr std::size_t kPartitionNumberOffset = 4;
 constexpr std::size_t kPartitionStartOffset = 8;
 constexpr std::size_t kPartitionSizeOffset = 16;

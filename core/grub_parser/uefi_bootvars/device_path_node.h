@@ -1,4 +1,4 @@
-// Device-path nodes of a load option's path list (UEFI specification, "Device Path Protocol").
+// Device-path nodes of a load option's path list (UEFI standard, "Device Path Protocol").
 #pragma once
 
 #include <array>
@@ -56,7 +56,7 @@ private:
 class HardDrivePathNode final : public EfiDevicePathNode {
 public:
     static constexpr std::size_t kNodeSize = 42;
-    // Signature types of the UEFI specification.
+    // Signature types of the UEFI standard.
     static constexpr std::uint8_t kSignatureMbr = 1;
     static constexpr std::uint8_t kSignatureGuid = 2;
 

@@ -9,7 +9,7 @@
 namespace Uefi {
 
 // The four-part GUID layout (32-bit, 16-bit, 16-bit, 8 bytes); the first three parts are stored
-// little-endian in firmware data, as the UEFI specification's EFI_GUID.
+// little-endian in firmware data, as the UEFI standard's EFI_GUID.
 struct Guid {
     std::uint32_t data1 = 0;
     std::uint16_t data2 = 0;

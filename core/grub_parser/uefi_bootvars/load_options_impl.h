@@ -11,7 +11,7 @@ namespace Uefi {
 
 class LoadOptionsImpl final : public LoadOptions {
 public:
-    // Decodes Attributes, FilePathListLength, Description and FilePathList (UEFI specification,
+    // Decodes Attributes, FilePathListLength, Description and FilePathList (UEFI standard,
     // EFI_LOAD_OPTION); OptionalData is left undecoded. A failure leaves a partial state: discard the object.
     Common::Error Fill(ByteReader& reader) override;
 

@@ -78,7 +78,7 @@ VariableStorePtr MakeSystemVariableStore();
 
 // "Boot" and the number in four upper-case hexadecimal digits: "Boot0000" ... "BootFFFF".
 std::wstring BootEntryVariableName(std::uint16_t number);
-// The number of a name of exactly that form; nothing for any other name (the UEFI specification writes
+// The number of a name of exactly that form; nothing for any other name (the UEFI standard writes
 // the digits in upper case, and firmware compares names exactly).
 std::optional<std::uint16_t> ParseBootEntryVariableName(std::wstring_view name);
 

@@ -1,4 +1,4 @@
-// Load-option and device-path decoding over byte vectors laid out as the UEFI specification defines them.
+// Load-option and device-path decoding over byte vectors laid out as the UEFI standard defines them.
 #include <gtest/gtest.h>
 
 #include "core/grub_parser/uefi_bootvars/device_path_factory.h"

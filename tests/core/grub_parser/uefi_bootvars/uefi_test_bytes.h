@@ -1,4 +1,4 @@
-// Byte vectors in the layouts of the UEFI specification (EFI_LOAD_OPTION, device-path nodes), and the
+// Byte vectors in the layouts of the UEFI standard (EFI_LOAD_OPTION, device-path nodes), and the
 // fixture machine that the report tests share with the text expected for it.
 #pragma once
 
