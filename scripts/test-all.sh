@@ -42,11 +42,13 @@ isolated() {
 
 summary=()
 # Runs one CTest preset, keeps its closing line for the summary, and fails the stage when a test failed.
+# Extra words before ctest (a wrapper) may follow the preset.
 run_ctest() {
   local preset=$1 log
+  shift
   log=$(mktemp)
   local status=0
-  isolated ctest --preset "$preset" -j "$jobs" --timeout 900 2>&1 | tee "$log" || status=$?
+  isolated "$@" ctest --preset "$preset" -j "$jobs" --timeout 900 2>&1 | tee "$log" || status=$?
   summary+=("$preset: $(grep -E 'tests passed|tests failed' "$log" | tail -n1)")
   rm -f "$log"
   return "$status"
@@ -54,11 +56,10 @@ run_ctest() {
 
 linux_tests() { run_ctest linux-asan; }
 
-# Tests run in parallel under Wine share one prefix per build tree: make it once, before they race for it.
+# Tests run in parallel under Wine share one prefix per build tree: its server is started once, before
+# they race for it, and kept up for the whole run.
 windows_tests() {
-  isolated env WINEPREFIX="$root/build/windows-x64/wineprefix" WINEDEBUG=-all \
-    bash -c 'wineboot -i >/dev/null 2>&1; wineserver -w' || true
-  run_ctest windows-x64
+  run_ctest windows-x64 env WINEPREFIX="$root/build/windows-x64/wineprefix" WINEDEBUG=-all scripts/with-wineserver.sh
 }
 
 failed=0
