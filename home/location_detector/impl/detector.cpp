@@ -7,12 +7,6 @@
 #include "core/common/log.h"
 
 namespace LocationDetector {
-namespace {
-
-// A body that has not ended by the cap gets this much more, once, before it is left behind.
-constexpr std::chrono::milliseconds kLastWait{200};
-
-}  // namespace
 
 bool SearchContext::Stopping() const { return stop_.load() || Clock::now() >= cap_; }
 
@@ -38,19 +32,7 @@ ThreadedDetector::ThreadedDetector(SearchTiming timing) : timing_(timing) {}
 
 ThreadedDetector::~ThreadedDetector() {
     Stop();
-    if (!thread_.joinable()) return;
-    bool done;
-    {
-        std::unique_lock guard(context_->lock_);
-        done = context_->changed_.wait_until(guard, std::max(context_->cap_, Clock::now() + kLastWait),
-                                             [&] { return context_->done_; });
-    }
-    if (done) {
-        thread_.join();
-    } else {
-        Common::Log::Warning("A network location search did not end in time and is left to end on its own.");
-        thread_.detach();
-    }
+    if (thread_.joinable()) thread_.join();
 }
 
 void ThreadedDetector::AddObserver(std::shared_ptr<Observer> observer) {

@@ -76,8 +76,9 @@ private:
 
 class ThreadedDetector : public Detector {
 public:
-    // Stops the search and waits for its thread until the cap. A body that is still running then is
-    // left to end on its own: it holds everything it uses by shared ownership.
+    // Stops the search and waits for its thread to end. Every wait of a search body ends by the cap at
+    // the latest, so this never waits past it for long; a thread left running could log after logging
+    // is shut down, so none is.
     ~ThreadedDetector() override;
 
     void AddObserver(std::shared_ptr<Observer> observer) final;
@@ -91,8 +92,9 @@ protected:
     explicit ThreadedDetector(SearchTiming timing);
     // For a detector that knows its search time only once its settings are checked; before Start.
     void SetTiming(SearchTiming timing) { timing_ = timing; }
-    // The search itself. It runs on the detector's thread and may outlive the detector, so it must
-    // own (by value or shared pointer) whatever it uses.
+    // The search itself. It runs on the detector's thread, which is joined only after the derived
+    // detector's members are gone, so it must own (by value or shared pointer) whatever it uses. It must
+    // never block past the cap: every wait is bounded by SearchContext::Cap or a shorter time.
     virtual SearchBody MakeSearch() = 0;
 
 private:

@@ -58,13 +58,6 @@ TEST(ThreadedDetectorTest, ListDoesNotWaitForASearchThatEnded) {
     EXPECT_EQ(locations[0]->name, L"a");
 }
 
-TEST(ThreadedDetectorTest, UnstartedDetectorsAnswerAtOnce) {
-    ScriptedDetector detector({5000ms, 1000ms}, [](SearchContext&) { FAIL() << "never started"; });
-    auto start = Clock::now();
-    EXPECT_TRUE(detector.GetLocations().empty());
-    EXPECT_LT(Clock::now() - start, 100ms);
-}
-
 TEST(ThreadedDetectorTest, StopEndsTheSearchAndTheWait) {
     auto sawStop = std::make_shared<std::atomic<bool>>(false);
     auto start = Clock::now();
@@ -85,38 +78,39 @@ TEST(ThreadedDetectorTest, StopEndsTheSearchAndTheWait) {
     EXPECT_TRUE(*sawStop);
 }
 
-TEST(ThreadedDetectorTest, DestructionNeverWaitsPastTheCap) {
-    // A search that ignores every stop request, as a blocked system call would.
+TEST(ThreadedDetectorTest, DestructionWaitsForTheSearchToEnd) {
+    // A search that takes a while to notice the stop, as one inside a bounded download would; none may
+    // be left running after its detector, where it could log after logging has shut down.
     auto ended = std::make_shared<std::atomic<bool>>(false);
-    auto start = Clock::now();
     {
-        ScriptedDetector detector({100ms, 300ms}, [ended](SearchContext& context) {
-            std::this_thread::sleep_for(1500ms);
+        ScriptedDetector detector({100ms, 100ms}, [ended](SearchContext& context) {
+            std::this_thread::sleep_for(500ms);
             context.Report(Found(L"late", L"10.0.0.9", "", {}));
             *ended = true;
         });
         detector.Start();
     }
-    auto took = Clock::now() - start;
-    EXPECT_LT(took, 1000ms);
-    EXPECT_GE(took, 350ms);
-    EXPECT_FALSE(*ended);
-    // The search left behind still has everything it uses.
-    std::this_thread::sleep_for(1500ms);
     EXPECT_TRUE(*ended);
 }
 
 TEST(ThreadedDetectorTest, TheCapEndsASearchThatKeepsSleeping) {
-    ScriptedDetector detector({100ms, 200ms}, [](SearchContext& context) {
-        EXPECT_FALSE(context.SleepUntil(Clock::now() + 10s));
-        EXPECT_TRUE(context.Stopping());
-        EXPECT_FALSE(context.Searching());
+    struct Seen { std::atomic<bool> awake{true}, stopping{false}, searching{true}, ended{false}; };
+    auto seen = std::make_shared<Seen>();
+    ScriptedDetector detector({100ms, 200ms}, [seen](SearchContext& context) {
+        // Nobody asks for a stop: only the cap can cut this sleep short.
+        seen->awake = context.SleepUntil(Clock::now() + 10s);
+        seen->stopping = context.Stopping();
+        seen->searching = context.Searching();
+        seen->ended = true;
     });
     auto start = Clock::now();
     detector.Start();
-    detector.GetLocations();
-    std::this_thread::sleep_for(400ms);
-    EXPECT_LT(Clock::now() - start, 1000ms);
+    while (!seen->ended && Clock::now() - start < 5s) std::this_thread::sleep_for(10ms);
+    EXPECT_GE(Clock::now() - start, 290ms);
+    EXPECT_LT(Clock::now() - start, 1500ms);
+    EXPECT_FALSE(seen->awake);
+    EXPECT_TRUE(seen->stopping);
+    EXPECT_FALSE(seen->searching);
 }
 
 TEST(MergeFindingTest, OneDevicePerAddressOrHostName) {
@@ -182,28 +176,22 @@ TEST(CompositeDetectorTest, DestructionStopsAllDetectorsFirst) {
     auto start = Clock::now();
     {
         SearchTiming timing{10000ms, 1000ms};
+        // Each takes half a second to finish after the stop: stopped together, they end together.
         auto script = [](SearchContext& context) {
             while (context.Searching()) context.SleepUntil(Clock::now() + 20ms);
+            std::this_thread::sleep_for(500ms);
         };
         CompositeDetector composite({std::make_shared<ScriptedDetector>(timing, script),
                                      std::make_shared<ScriptedDetector>(timing, script)});
         composite.Start();
     }
-    EXPECT_LT(Clock::now() - start, 1000ms);
+    EXPECT_LT(Clock::now() - start, 850ms);
 }
 
-TEST(AddressTest, TextFormsAndTheLinkLocalRange) {
-    EXPECT_EQ(FormatIpv4({169, 254, 1, 0}), "169.254.1.0");
-    EXPECT_EQ(ParseIpv4("169.254.254.255"), (Ipv4Address{169, 254, 254, 255}));
+TEST(AddressTest, StrictDottedQuadsAndShortenedIpv6) {
     for (const char* bad : {"1.2.3", "1.2.3.4.5", "1.2.3.256", "1..3.4", " 1.2.3.4", "1.2.3.4 ", "0001.2.3.4", "+1.2.3.4", "a.b.c.d"})
         EXPECT_FALSE(ParseIpv4(bad)) << bad;
-    EXPECT_FALSE(IsLinkLocal({169, 254, 0, 255}));
-    EXPECT_TRUE(IsLinkLocal({169, 254, 1, 0}));
-    EXPECT_TRUE(IsLinkLocal({169, 254, 254, 255}));
-    EXPECT_FALSE(IsLinkLocal({169, 254, 255, 0}));
-    EXPECT_FALSE(IsLinkLocal({10, 0, 0, 1}));
-    EXPECT_EQ(FormatIpv6({}), "::");
-    EXPECT_EQ(FormatIpv6({0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 1}), "2001:db8:0:1::1");
+    // RFC 5952: the first of two equally long runs of zeros is shortened, a single zero group never.
     EXPECT_EQ(FormatIpv6({0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 1}), "2001:db8::1:0:0:1");
     EXPECT_EQ(FormatIpv6({0, 1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0}), "1:0:1:0:1:0:1:0");
 }
