@@ -26,9 +26,12 @@ constexpr std::array<std::string_view, 20> kVendors = {
     "FREENAS",  "AIRPORT", "LACIE",   "ASUS",            "NAS4FREE", "QSAN",
 };
 
-// Per interface and search, answers are awaited this long at most; miniupnpc waits at least a second.
+// Per search, answers are awaited this long; miniupnpc waits at least a second.
 constexpr std::chrono::milliseconds kDiscoverDelay{2000};
 constexpr std::chrono::milliseconds kMinDiscoverDelay{1000};
+// miniupnpc waits its delay afresh after every new answer, so a search of well-behaved devices ends
+// within twice its delay; one that takes longer is held by a device that keeps repeating its answer.
+constexpr std::chrono::milliseconds kDiscoverSlack{250};
 constexpr std::chrono::milliseconds kRetryPause{3000};
 constexpr std::chrono::milliseconds kRoundPause{500};
 // Bounds on what one search handles, whatever the network sends.
@@ -129,8 +132,15 @@ struct Settings {
     std::int32_t urnDeviceType;
 };
 
+// How much of kMaxRawBytes the reported documents use.
+struct RawBudget {
+    std::size_t used = 0;
+    bool exhausted = false;
+};
+
 // Looks at one answering device: logs it, fetches its description and reports it when it is a NAS.
-void Examine(SearchContext& context, const Settings& settings, UpnpNetwork& network, const UpnpDevice& device) {
+void Examine(SearchContext& context, const Settings& settings, UpnpNetwork& network, const UpnpDevice& device,
+             RawBudget& budget) {
     Common::Log::Info("Discovered upnp device: " + device.location);
     std::string document;
     Common::Error error = network.Download(device.location, std::min(Clock::now() + UpnpDetector::kDownloadTime, context.Cap()),
@@ -141,7 +151,17 @@ void Examine(SearchContext& context, const Settings& settings, UpnpNetwork& netw
     }
     DeviceDescription description;
     if (!UpnpDetector::IsNasDevice(description, document, settings.urnDeviceType)) return;
-    context.Report(MakeFinding(device.location, description, std::move(document)));
+    Finding finding = MakeFinding(device.location, description, std::move(document));
+    if (finding.location.raw.size() > UpnpDetector::kMaxRawBytes - budget.used) {
+        if (!budget.exhausted) {
+            Common::Log::Warning("The descriptions of upnp devices exceed " + std::to_string(UpnpDetector::kMaxRawBytes) +
+                                 " bytes; further devices are reported without theirs.");
+            budget.exhausted = true;
+        }
+        finding.location.raw.clear();
+    }
+    budget.used += finding.location.raw.size();
+    context.Report(finding);
 }
 
 void Search(SearchContext& context, const Settings& settings, UpnpNetwork& network) {
@@ -158,29 +178,45 @@ void Search(SearchContext& context, const Settings& settings, UpnpNetwork& netwo
         Common::Log::Info("No network interface to search for upnp devices.");
         return;
     }
+    std::vector<Ipv4Address> addresses;
+    for (const Net::NetworkInterface& where : interfaces) addresses.push_back(where.address);
 
     std::set<std::string> seen;
+    std::set<std::size_t> heldUp;
+    RawBudget budget;
     // Searches are repeated for the whole search time: SSDP travels over UDP and answers get lost.
     while (context.Searching()) {
+        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(context.SearchEnd() - Clock::now());
+        auto delay = std::clamp(left, kMinDiscoverDelay, kDiscoverDelay);
+        Clock::time_point deadline = std::min(Clock::now() + 2 * delay + kDiscoverSlack, context.Cap());
+        std::vector<UpnpNetwork::Discovery> discoveries =
+            network.Discover(addresses, delay, deadline, [&] { return context.Stopping(); });
+        discoveries.resize(interfaces.size());
         bool sendFailed = false;
-        for (size_t i = 0; i < interfaces.size() && context.Searching(); ++i) {
-            // The search time is shared among the interfaces still to be searched in this round; a
-            // search started late may run past the search time by a second, well inside the cap.
-            auto left = std::chrono::duration_cast<std::chrono::milliseconds>(context.SearchEnd() - Clock::now());
-            auto delay = std::clamp(left / static_cast<long>(interfaces.size() - i), kMinDiscoverDelay, kDiscoverDelay);
-            UpnpNetwork::Discovery discovery = network.Discover(interfaces[i].address, delay);
-            if (discovery.status == UpnpNetwork::DiscoverStatus::SendFailed) {
+        for (std::size_t i = 0; i < interfaces.size(); ++i) {
+            switch (discoveries[i].status) {
+            case UpnpNetwork::DiscoverStatus::Ok:
+                break;
+            case UpnpNetwork::DiscoverStatus::SendFailed:
                 Common::Log::Warning("Cannot send MSearch request. Retry after several seconds.");
                 sendFailed = true;
-                continue;
-            }
-            if (discovery.status == UpnpNetwork::DiscoverStatus::OpenFailed) {
+                break;
+            case UpnpNetwork::DiscoverStatus::OpenFailed:
                 Common::Log::Error("upnpOpenDiscover failed");
-                continue;
+                break;
+            case UpnpNetwork::DiscoverStatus::Unfinished:
+                // A search cut short by a stop request says nothing about the devices.
+                if (!context.Stopping() && heldUp.insert(i).second) {
+                    Common::Log::Warning("The upnp search through " + interfaces[i].name + " (" + FormatIpv4(interfaces[i].address) +
+                                         ") did not end in time: a device there keeps answering. It is searched again once that search ends.");
+                }
+                break;
             }
+        }
+        for (const UpnpNetwork::Discovery& discovery : discoveries) {
             for (const UpnpDevice& device : discovery.devices) {
                 if (context.Stopping() || seen.size() >= kMaxDevices) break;
-                if (seen.insert(device.location).second) Examine(context, settings, network, device);
+                if (seen.insert(device.location).second) Examine(context, settings, network, device, budget);
             }
         }
         context.SleepUntil(Clock::now() + (sendFailed ? kRetryPause : kRoundPause));

@@ -34,7 +34,8 @@ struct DeviceDescription {
 // The network side of the search, behind a seam so that the search can be tried without a network.
 class UpnpNetwork {
 public:
-    enum class DiscoverStatus { Ok, SendFailed, OpenFailed };
+    // Unfinished: the search had not ended when the caller stopped waiting for it.
+    enum class DiscoverStatus { Ok, SendFailed, OpenFailed, Unfinished };
     struct Discovery {
         DiscoverStatus status = DiscoverStatus::Ok;
         std::vector<UpnpDevice> devices;  // in the order they answered
@@ -44,9 +45,12 @@ public:
     // How the socket layer's start-up went; the search finds nothing after a failure.
     virtual Common::Error StartError() const = 0;
     virtual std::vector<Net::NetworkInterface> Interfaces() = 0;
-    // One search for "upnp:rootdevice" sent through the interface that holds `interfaceAddress`,
-    // collecting answers for `delay`.
-    virtual Discovery Discover(const Ipv4Address& interfaceAddress, std::chrono::milliseconds delay) = 0;
+    // Searches for "upnp:rootdevice" through every interface of `interfaces` (their addresses) at once,
+    // each search collecting answers for `delay`. Returns one discovery per interface, in their order,
+    // by `deadline`, or soon after `stopping` turns true. A search that has not ended by then is left
+    // to end on its own, and its interface is Unfinished (and not searched again) until it has.
+    virtual std::vector<Discovery> Discover(const std::vector<Ipv4Address>& interfaces, std::chrono::milliseconds delay,
+                                            Clock::time_point deadline, const std::function<bool()>& stopping) = 0;
     // The description document at `url`, fetched by `deadline` at the latest.
     virtual Common::Error Download(const std::string& url, Clock::time_point deadline,
                                    const std::function<bool()>& stopping, std::string& document) = 0;
@@ -60,6 +64,11 @@ public:
     static constexpr std::int32_t kDefaultDiscoverTimeout = 15;
     // How long a description download may take, and so how far past the search time the cap lies.
     static constexpr std::chrono::milliseconds kDownloadTime{4000};
+    // The description documents kept as raw text, all devices together; a NAS found beyond it is
+    // reported without its document. The search examines at most 256 devices, so this leaves each
+    // 16 KiB, several times what a real device sends (a few KiB), while devices that send documents
+    // of the download limit (1 MiB) fill it with four.
+    static constexpr std::size_t kMaxRawBytes = 4 * 1024 * 1024;
 
     // `includeLinkLocal`: search through interfaces whose address lies in the link-local range as well
     // (a storage device plugged straight into the machine has no other).

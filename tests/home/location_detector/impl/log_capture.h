@@ -2,6 +2,7 @@
 // temporary folder, read back as text.
 #pragma once
 
+#include <sstream>
 #include <string>
 
 #include "core/common/log.h"
@@ -31,15 +32,9 @@ public:
     std::string Text() const { return TestSupport::ReadFile(temp_.path() / "system_report.log"); }
     // Whether a line of the given severity word ends with `text`.
     bool Has(const std::string& severity, const std::string& text) const {
-        std::string all = Text();
-        for (size_t start = 0; start < all.size();) {
-            size_t end = all.find('\n', start);
-            std::string line = all.substr(start, end == std::string::npos ? std::string::npos : end - start);
-            if (line.find("[" + severity + "]") != std::string::npos && line.size() >= text.size() &&
-                line.compare(line.size() - text.size(), text.size(), text) == 0)
-                return true;
-            if (end == std::string::npos) break;
-            start = end + 1;
+        std::istringstream lines(Text());
+        for (std::string line; std::getline(lines, line);) {
+            if (line.find("[" + severity + "]") != std::string::npos && line.ends_with(text)) return true;
         }
         return false;
     }
