@@ -1,9 +1,11 @@
 #!/usr/bin/env python3
 """A deliberately hostile device for the network tests.
 
-  hostile_responder.py ssdp <own address> <http mode>   answers SSDP searches with a LOCATION whose
-      HTTP server sends an endless body ("endless"), announces a huge one ("huge"), trickles one byte at a
-      time ("trickle") or never answers ("silent"); malformed SSDP replies are sent first.
+  hostile_responder.py ssdp <own address> <mode> [<address>]   answers SSDP searches with a LOCATION
+      whose HTTP server sends an endless body ("endless"), announces a huge one ("huge"), trickles one
+      byte at a time ("trickle") or never answers ("silent"); or with a LOCATION at <address>, where
+      nothing answers ("unreachable"); or ("flood") serves a NAS description, and repeats its answer
+      every 50 ms to searches from <address>. Malformed SSDP replies are sent first.
   hostile_responder.py mdns <own address>               answers every multicast DNS query with
       malformed packets (pointer loops, cut records, lying counts) and a flood of them.
 """
@@ -27,11 +29,18 @@ def serve_http(address, mode):
 
 
 def answer_http(connection, mode):
-    sent = 0
+    sent, requested = 0, False
     try:
-        connection.recv(4096)
+        # The test's port check connects and sends nothing; only a request counts.
+        requested = bool(connection.recv(4096))
+        if not requested:
+            return
         if mode == "silent":
             time.sleep(600)
+        elif mode == "flood":
+            connection.sendall(b"HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n<root><device><deviceType>"
+                               b"urn:schemas-upnp-org:device:NAS:1</deviceType><friendlyName>Flood NAS"
+                               b"</friendlyName></device></root>")
         elif mode == "endless":
             connection.sendall(b"HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\n\r\n<root><deviceType>")
             block = b"A" * 65536
@@ -53,12 +62,20 @@ def answer_http(connection, mode):
     except OSError:
         pass
     finally:
-        print("http %s: connection ended after %d body bytes" % (mode, sent), flush=True)
+        if requested:
+            print("http %s: connection ended after %d body bytes" % (mode, sent), flush=True)
         connection.close()
 
 
-def serve_ssdp(address, mode):
+def repeat(sock, reply, sender):
+    for _ in range(600):
+        sock.sendto(reply, sender)
+        time.sleep(0.05)
+
+
+def serve_ssdp(address, mode, other):
     threading.Thread(target=serve_http, args=(address, mode), daemon=True).start()
+    location = other if mode == "unreachable" else address
     sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
     sock.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
     sock.bind(("", 1900))
@@ -75,8 +92,10 @@ def serve_ssdp(address, mode):
         reply = ("HTTP/1.1 200 OK\r\nCACHE-CONTROL: max-age=120\r\nST: upnp:rootdevice\r\n"
                  "USN: uuid:00000000-0000-0000-0000-00000000bad0::upnp:rootdevice\r\nEXT:\r\n"
                  "SERVER: Test/1.0 UPnP/1.1 Hostile/1.0\r\n"
-                 "LOCATION: http://%s:%d/desc.xml\r\n\r\n" % (address, HTTP_PORT)).encode()
+                 "LOCATION: http://%s:%d/desc.xml\r\n\r\n" % (location, HTTP_PORT)).encode()
         sock.sendto(reply, sender)
+        if mode == "flood" and sender[0] == other:
+            threading.Thread(target=repeat, args=(sock, reply, sender), daemon=True).start()
 
 
 def malformed_answers():
@@ -104,7 +123,7 @@ def serve_mdns(address):
 
 def main():
     if sys.argv[1] == "ssdp":
-        serve_ssdp(sys.argv[2], sys.argv[3])
+        serve_ssdp(sys.argv[2], sys.argv[3], sys.argv[4] if len(sys.argv) > 4 else None)
     else:
         serve_mdns(sys.argv[2])
 
