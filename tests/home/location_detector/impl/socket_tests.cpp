@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include "home/location_detector/impl/http_get.h"
-
 namespace {
 
 using namespace LocationDetector;
@@ -62,16 +60,6 @@ TEST(SocketTest, AConnectionToAClosedPortFails) {
         state = Net::WaitConnected(socket, 100ms, failure);
     EXPECT_EQ(state, Net::ConnectState::Failed);
     EXPECT_TRUE(failure.Failed());
-}
-
-TEST(HttpGetTest, ARefusedDownloadFailsAtOnce) {
-    Net::SocketLayer layer;
-    std::string body = "untouched";
-    auto start = std::chrono::steady_clock::now();
-    Common::Error error = HttpGet(*ParseHttpUrl("http://127.0.0.1:1/desc.xml"), HttpLimits{}, [] { return false; }, body);
-    EXPECT_TRUE(error.Failed());
-    EXPECT_EQ(body, "untouched");
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 3s);
 }
 
 }  // namespace

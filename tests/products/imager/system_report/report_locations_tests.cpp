@@ -44,75 +44,58 @@ std::string Written(const Locations& locations) {
     return out.str();
 }
 
-TEST(LocationsTextTest, EmptyList) { EXPECT_EQ(Written({}), ""); }
-
-TEST(LocationsTextTest, EmptyRawGivesThreeLinesAndAnEmptyLine) {
-    EXPECT_EQ(Written({Make(L"DiskStation", L"\\\\10.0.0.5", L"10.0.0.5", "")}),
-              "Name: DiskStation\r\nPath: \\\\10.0.0.5\r\nHostname: 10.0.0.5\r\n\r\n\r\n");
-}
-
-TEST(LocationsTextTest, RawBytesFollowAsTheyAre) {
-    std::string raw("<root>\n\xFF\x00\r\n</root>", 17);
-    EXPECT_EQ(Written({Make(L"Vault", L"\\\\vault.local", L"vault.local", raw), Make(L"B", L"\\\\b", L"b", "x")}),
-              "Name: Vault\r\nPath: \\\\vault.local\r\nHostname: vault.local\r\n\r\nRaw:\r\n" + raw +
-                  "\r\n\r\n"
-                  "Name: B\r\nPath: \\\\b\r\nHostname: b\r\n\r\nRaw:\r\nx\r\n\r\n");
-}
-
-TEST(LocationsTextTest, NonAsciiNamesAreUtf8) {
+TEST(LocationsTextTest, BlocksByteForByte) {
+    const std::string raw("<root>\n\xFF\x00\r\n</root>", 17);
     // "Büro-Speicher 日本 😀": a two-byte, a three-byte and a four-byte sequence (a surrogate pair on Windows).
-    std::wstring name = Common::Utf8ToWide("B\xC3\xBCro-Speicher \xE6\x97\xA5\xE6\x9C\xAC \xF0\x9F\x98\x80");
-    EXPECT_EQ(Written({Make(name, L"\\\\nas", L"nas", "")}),
-              "Name: B\xC3\xBCro-Speicher \xE6\x97\xA5\xE6\x9C\xAC \xF0\x9F\x98\x80\r\nPath: \\\\nas\r\nHostname: nas\r\n\r\n\r\n");
+    const std::wstring name = Common::Utf8ToWide("B\xC3\xBCro-Speicher \xE6\x97\xA5\xE6\x9C\xAC \xF0\x9F\x98\x80");
+    const std::wstring highAlone = std::wstring(L"A") + static_cast<wchar_t>(0xD800);
+    const std::wstring lowFirst = std::wstring(L"x") + static_cast<wchar_t>(0xDC00) + static_cast<wchar_t>(0xD800);
+    const std::pair<Locations, std::string> cases[] = {
+        {{}, ""},
+        {{Make(L"DiskStation", L"\\\\10.0.0.5", L"10.0.0.5", "")}, "Name: DiskStation\r\nPath: \\\\10.0.0.5\r\nHostname: 10.0.0.5\r\n\r\n\r\n"},
+        {{Make(L"Vault", L"\\\\vault.local", L"vault.local", raw), Make(L"B", L"\\\\b", L"b", "x")},
+         "Name: Vault\r\nPath: \\\\vault.local\r\nHostname: vault.local\r\n\r\nRaw:\r\n" + raw +
+             "\r\n\r\nName: B\r\nPath: \\\\b\r\nHostname: b\r\n\r\nRaw:\r\nx\r\n\r\n"},
+        {{Make(name, L"\\\\nas", L"nas", "")},
+         "Name: B\xC3\xBCro-Speicher \xE6\x97\xA5\xE6\x9C\xAC \xF0\x9F\x98\x80\r\nPath: \\\\nas\r\nHostname: nas\r\n\r\n\r\n"},
+        // An unpaired surrogate drops the block's text only.
+        {{Make(highAlone, L"\\\\a", L"a", "raw"), Make(L"B", L"\\\\b", L"b", "")},
+         "\r\nRaw:\r\nraw\r\n\r\nName: B\r\nPath: \\\\b\r\nHostname: b\r\n\r\n\r\n"},
+        {{Make(L"n", L"p", lowFirst, "")}, "\r\n\r\n"},
+        // Placeholders in the values are not expanded again.
+        {{Make(L"{1}", L"{2}", L"{0}", "")}, "Name: {1}\r\nPath: {2}\r\nHostname: {0}\r\n\r\n\r\n"},
+    };
+    for (size_t i = 0; i < std::size(cases); ++i) EXPECT_EQ(Written(cases[i].first), cases[i].second) << i;
 }
 
-TEST(LocationsTextTest, AnUnpairedSurrogateDropsTheBlockTextOnly) {
-    std::wstring broken = L"A";
-    broken += static_cast<wchar_t>(0xD800);
-    EXPECT_EQ(Written({Make(broken, L"\\\\a", L"a", "raw"), Make(L"B", L"\\\\b", L"b", "")}),
-              "\r\nRaw:\r\nraw\r\n\r\nName: B\r\nPath: \\\\b\r\nHostname: b\r\n\r\n\r\n");
-    std::wstring lowFirst = L"x";
-    lowFirst += static_cast<wchar_t>(0xDC00);
-    lowFirst += static_cast<wchar_t>(0xD800);
-    EXPECT_EQ(Written({Make(L"n", L"p", lowFirst, "")}), "\r\n\r\n");
-}
+TEST(ReportLocationsTest, StartsTheDetectorWhenMadeAndListsTheFileEvenWhenEmpty) {
+    const std::pair<Locations, std::string> cases[] = {
+        {{Make(L"DiskStation", L"\\\\ds.local", L"ds.local", "<root/>")},
+         "Name: DiskStation\r\nPath: \\\\ds.local\r\nHostname: ds.local\r\n\r\nRaw:\r\n<root/>\r\n\r\n"},
+        {{}, ""},
+    };
+    for (const auto& [locations, text] : cases) {
+        auto detector = std::make_shared<FixedDetector>(locations);
+        SystemReport::ReportLocations item(detector);
+        EXPECT_EQ(detector->starts, 1);
+        EXPECT_EQ(detector->asks, 0);
 
-TEST(LocationsTextTest, PlaceholdersInValuesAreNotExpandedAgain) {
-    EXPECT_EQ(Written({Make(L"{1}", L"{2}", L"{0}", "")}), "Name: {1}\r\nPath: {2}\r\nHostname: {0}\r\n\r\n\r\n");
-}
+        TestSupport::TempFolder folder;
+        FileEntries entries;
+        Common::Error error = item.Create(folder.path(), entries);
+        EXPECT_TRUE(error.Succeeded()) << error.ToString();
+        EXPECT_EQ(detector->asks, 1);
+        ASSERT_EQ(entries.size(), 1u);
+        EXPECT_EQ(entries[0].archiveName, L"locations.txt");
+        EXPECT_EQ(entries[0].title, L"UPnP and Bonjour Location Report");
+        EXPECT_EQ(entries[0].source, folder.path() / "locations.txt");
+        EXPECT_FALSE(entries[0].filter);
+        ASSERT_TRUE(std::filesystem::exists(folder.path() / "locations.txt"));
+        EXPECT_EQ(TestSupport::ReadFile(folder.path() / "locations.txt"), text);
 
-TEST(ReportLocationsTest, StartsTheDetectorWhenMadeAndListsTheFile) {
-    auto detector = std::make_shared<FixedDetector>(Locations{Make(L"DiskStation", L"\\\\ds.local", L"ds.local", "<root/>")});
-    SystemReport::ReportLocations item(detector);
-    EXPECT_EQ(detector->starts, 1);
-    EXPECT_EQ(detector->asks, 0);
-
-    TestSupport::TempFolder folder;
-    FileEntries entries;
-    Common::Error error = item.Create(folder.path(), entries);
-    EXPECT_TRUE(error.Succeeded()) << error.ToString();
-    EXPECT_EQ(detector->asks, 1);
-    ASSERT_EQ(entries.size(), 1u);
-    EXPECT_EQ(entries[0].archiveName, L"locations.txt");
-    EXPECT_EQ(entries[0].title, L"UPnP and Bonjour Location Report");
-    EXPECT_EQ(entries[0].source, folder.path() / "locations.txt");
-    EXPECT_FALSE(entries[0].filter);
-    EXPECT_EQ(TestSupport::ReadFile(folder.path() / "locations.txt"),
-              "Name: DiskStation\r\nPath: \\\\ds.local\r\nHostname: ds.local\r\n\r\nRaw:\r\n<root/>\r\n\r\n");
-
-    item.Stop();
-    EXPECT_GE(detector->stops, 1);
-}
-
-TEST(ReportLocationsTest, NothingFoundStillGivesAnEmptyListedFile) {
-    auto detector = std::make_shared<FixedDetector>(Locations{});
-    SystemReport::ReportLocations item(detector);
-    TestSupport::TempFolder folder;
-    FileEntries entries;
-    EXPECT_TRUE(item.Create(folder.path(), entries).Succeeded());
-    ASSERT_EQ(entries.size(), 1u);
-    ASSERT_TRUE(std::filesystem::exists(folder.path() / "locations.txt"));
-    EXPECT_EQ(std::filesystem::file_size(folder.path() / "locations.txt"), 0u);
+        item.Stop();
+        EXPECT_GE(detector->stops, 1);
+    }
 }
 
 TEST(ReportLocationsTest, AFileThatCannotBeMadeFailsWithoutAnEntry) {
