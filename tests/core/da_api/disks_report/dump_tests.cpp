@@ -62,47 +62,6 @@ TEST(SectorDump, ChsSuffixWhereTheDiskHasAGeometry) {
     EXPECT_EQ(SectorName(7, UsableGeometry({0, 16, 0})), "Sector 7 (0x7)");
 }
 
-// A FAT16 boot sector as mkfs would write it, with a control character in its label.
-Bytes Fat16Sector() {
-    Bytes s(512, 0);
-    s[0] = 0xEB; s[1] = 0x3C; s[2] = 0x90;
-    PutText(s, 3, "mkfs.fat");
-    Put(s, 11, 512, 2); s[13] = 4; Put(s, 14, 4, 2); s[16] = 2; Put(s, 17, 512, 2); Put(s, 19, 0, 2);
-    s[21] = 0xF8; Put(s, 22, 200, 2); Put(s, 24, 32, 2); Put(s, 26, 64, 2); Put(s, 28, 2048, 4);
-    Put(s, 32, 204800, 4); s[36] = 0x80; s[38] = 0x29; Put(s, 39, 0x1234ABCD, 4);
-    PutText(s, 43, "DATA\tDISK  "); PutText(s, 54, "FAT16   ");
-    Put(s, 510, 0xAA55, 2);
-    return s;
-}
-
-TEST(BootSector, Fat16Printout) {
-    std::string out;
-    AppendBootSector(out, BootSectorLayout::kFat16, Fat16Sector());
-    EXPECT_EQ(out,
-              "  FAT16 bootsector structure:\r\n"
-              "    Jump code:               0xEB 0x3C 0x90\r\n"
-              "    OEM ID:                  mkfs.fat\r\n"
-              "    Sector size (512):       512\r\n"
-              "    Sectors per cluster:     4\r\n"
-              "    Reserved sectors:        4\r\n"
-              "    FAT copies:              2\r\n"
-              "    Root folder items:       512\r\n"
-              "    Total sectors:           0\r\n"
-              "    Media ID:                0xF8\r\n"
-              "    FAT size:                200\r\n"
-              "    Sectors per track:       32\r\n"
-              "    Number of heads:         64\r\n"
-              "    Hidden sectors:          2048\r\n"
-              "    Big total sectors:       204800\r\n"
-              "    Hard disk:               0x80\r\n"
-              "    OS/2 letter:             0x00\r\n"
-              "    Extension signature:     0x29\r\n"
-              "    Serial number:           1234-ABCD\r\n"
-              "    Volume label:            DATA.DISK  \r\n"
-              "    File system name:        FAT16   \r\n"
-              "    Boot signature (0AA55h): 0xAA55\r\n");
-}
-
 TEST(BootSector, Fat32WithZeroSectorsPerClusterAndAShortLabel) {
     Bytes s(512, 0);
     s[0] = 0xEB; s[1] = 0x58; s[2] = 0x90;
