@@ -1,13 +1,10 @@
 // The DA-API over image files: selection, failures, property answers and sector reads.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
 #include "core/common/strings.h"
 #include "core/da_api/da_api_impl.h"
 #include "core/da_api/da_properties.h"
 #include "tests/core/da_api/impl/da_api_dump.h"
-#include "tests/core/da_api/impl/test_environment.h"
 #include "tests/core/disk/disk_fixtures.h"
 
 namespace {
@@ -295,19 +292,6 @@ TEST_F(DaApiImplTest, SectorReadsStayOnTheDiskAndStop) {
     api->Stop();
     const Common::Error stopped = api->ReadSectors(0, 1, data);
     EXPECT_EQ(stopped.Code(), Common::Codes::kCanceled);
-}
-
-TEST_F(DaApiImplTest, EnvironmentNamesTheImages) {
-    const std::string list = Common::PathToUtf8(folder_ / "floppy.img") + kPathListSeparator +
-                             Common::PathToUtf8(folder_ / "gpt4k.img");
-    SetEnvironment("SYSTEM_REPORT_DISK_IMAGES", list);
-    auto api = MakeMachineInterface();
-    SetEnvironment("SYSTEM_REPORT_DISK_IMAGES", "");
-    api->DaSetProperty(Prop::kSelectComputer, Prop::kComputerName);
-    ASSERT_EQ(api->DaGetProperty(Prop::kDiskCount), 2u);
-    api->DaSetProperty(Prop::kSelectDiskNumber, 1);
-    EXPECT_STREQ(Text8(api->DaGetProperty(Prop::kDeviceName)), "gpt4k.img");
-    EXPECT_EQ(api->DaGetProperty(Prop::kLogicalSectorSize), 4096u);
 }
 
 // The machine's own disks (under Wine, its PhysicalDrive0): whatever they hold, the walk answers and ends.
