@@ -1,6 +1,8 @@
 // The machine's disks on Linux: /sys/block for the list and the facts, /dev/<name> for the sectors,
 // /proc/self/mountinfo and statvfs for mounted partitions. Partitions are read through the whole-disk
 // device, so no partition nodes are needed (there are none without udev).
+#include "core/disk/system_source_posix.h"
+
 #include <fcntl.h>
 #include <linux/hdreg.h>
 #include <sys/ioctl.h>
@@ -15,15 +17,12 @@
 #include <system_error>
 
 #include "core/common/log.h"
-#include "core/disk/block_device.h"
 #include "core/disk/file_block_device.h"
 
 namespace Disk {
 namespace {
 
 namespace fs = std::filesystem;
-
-const fs::path kSysBlock = "/sys/block";
 
 std::string ReadLine(const fs::path& path) {
     std::ifstream in(path);
@@ -46,24 +45,24 @@ bool IsListed(const std::string& name) {
     return true;
 }
 
-// The interface from where the kernel put the device in its tree.
-std::uint32_t InterfaceOf(const std::string& name, const std::optional<ScsiAddress>& scsi) {
+// The interface from where the kernel put the device in its tree (`disk` is the disk's folder in sysfs).
+std::uint32_t InterfaceOf(const fs::path& disk, const std::optional<ScsiAddress>& scsi) {
     std::error_code error;
-    const std::string where = fs::canonical(kSysBlock / name, error).string();
+    const std::string where = fs::canonical(disk, error).string();
     if (where.find("/virtual/block/loop") != std::string::npos) return 15;  // file-backed virtual
     if (where.find("/usb") != std::string::npos) return 7;
     if (where.find("/nvme") != std::string::npos) return 17;
     if (where.find("/virtio") != std::string::npos) return 14;
-    if (where.find("/mmc") != std::string::npos) return ReadLine(kSysBlock / name / "device/type") == "SD" ? 12 : 13;
+    if (where.find("/mmc") != std::string::npos) return ReadLine(disk / "device/type") == "SD" ? 12 : 13;
     if (where.find("/ata") != std::string::npos) return 11;
     if (scsi) return 1;
     return 0;
 }
 
 // The device link ends in "host:channel:target:lun" for SCSI-attached disks.
-std::optional<ScsiAddress> ScsiAddressOf(const std::string& name) {
+std::optional<ScsiAddress> ScsiAddressOf(const fs::path& disk) {
     std::error_code error;
-    const std::string last = fs::read_symlink(kSysBlock / name / "device", error).filename().string();
+    const std::string last = fs::read_symlink(disk / "device", error).filename().string();
     ScsiAddress address;
     char tail = 0;
     if (std::sscanf(last.c_str(), "%u:%u:%u:%u%c", &address.host, &address.bus, &address.target, &address.lun, &tail) != 4)
@@ -71,8 +70,8 @@ std::optional<ScsiAddress> ScsiAddressOf(const std::string& name) {
     return address;
 }
 
-std::string SerialOf(const std::string& name) {
-    const fs::path device = kSysBlock / name / "device";
+std::string SerialOf(const fs::path& disk) {
+    const fs::path device = disk / "device";
     if (auto serial = ReadLine(device / "serial"); !serial.empty()) return serial;
     // SCSI VPD page 0x80: a four-byte header, then the unit serial number.
     std::ifstream in(device / "vpd_pg80", std::ios::binary);
@@ -117,12 +116,13 @@ void AddMount(VolumeFacts& volume, const std::map<std::string, std::string>& mou
         volume.freeBytes = std::uint64_t{status.f_bfree} * status.f_frsize;
 }
 
-// The kernel's partitions of disk `name` (sysfs counts their start and size in 512-byte units).
-std::vector<VolumeFacts> VolumesOf(const std::string& name) {
+// The kernel's partitions of a disk (sysfs counts their start and size in 512-byte units). The kernel
+// knows them without read access to the disk.
+std::vector<VolumeFacts> VolumesOf(const fs::path& disk) {
     std::vector<VolumeFacts> volumes;
     const auto mounts = MountPoints();
     std::error_code error;
-    for (const auto& entry : fs::directory_iterator(kSysBlock / name, error)) {
+    for (const auto& entry : fs::directory_iterator(disk, error)) {
         if (!fs::exists(entry.path() / "partition", error)) continue;
         VolumeFacts volume;
         volume.offsetBytes = ReadNumber(entry.path() / "start") * 512;
@@ -133,30 +133,31 @@ std::vector<VolumeFacts> VolumesOf(const std::string& name) {
     }
     // A file system on the whole disk.
     VolumeFacts whole;
-    whole.lengthBytes = ReadNumber(kSysBlock / name / "size") * 512;
-    AddMount(whole, mounts, ReadLine(kSysBlock / name / "dev"));
+    whole.lengthBytes = ReadNumber(disk / "size") * 512;
+    AddMount(whole, mounts, ReadLine(disk / "dev"));
     if (!whole.mountPoint.empty()) volumes.push_back(std::move(whole));
     std::sort(volumes.begin(), volumes.end(),
               [](const VolumeFacts& a, const VolumeFacts& b) { return a.offsetBytes < b.offsetBytes; });
     return volumes;
 }
 
-std::unique_ptr<BlockDevice> OpenDisk(const std::string& name) {
-    const fs::path queue = kSysBlock / name / "queue";
+std::unique_ptr<BlockDevice> OpenDisk(const fs::path& disk, const fs::path& devices) {
+    const std::string name = disk.filename().string();
+    const fs::path queue = disk / "queue";
     DeviceFacts facts;
-    facts.deviceName = "/dev/" + name;
+    facts.deviceName = (devices / name).string();
     facts.systemName = name;
-    facts.model = ReadLine(kSysBlock / name / "device/model");
-    facts.serial = SerialOf(name);
-    facts.scsi = ScsiAddressOf(name);
-    facts.interfaceType = InterfaceOf(name, facts.scsi);
+    facts.model = ReadLine(disk / "device/model");
+    facts.serial = SerialOf(disk);
+    facts.scsi = ScsiAddressOf(disk);
+    facts.interfaceType = InterfaceOf(disk, facts.scsi);
     facts.physicalSectorSize = static_cast<std::uint32_t>(ReadNumber(queue / "physical_block_size"));
-    facts.alignmentOffsetBytes = ReadNumber(kSysBlock / name / "alignment_offset");
+    facts.alignmentOffsetBytes = ReadNumber(disk / "alignment_offset");
     std::uint32_t sectorSize = static_cast<std::uint32_t>(ReadNumber(queue / "logical_block_size"));
     if (sectorSize < 512) sectorSize = 512;
 
     RawFile file;
-    std::uint64_t bytes = ReadNumber(kSysBlock / name / "size") * 512;
+    std::uint64_t bytes = ReadNumber(disk / "size") * 512;
     Common::Error error = RawFile::Open(facts.deviceName, file);
     if (error.Succeeded()) {
         std::uint64_t deviceBytes = 0;
@@ -169,29 +170,39 @@ std::unique_ptr<BlockDevice> OpenDisk(const std::string& name) {
         Common::Log::WriteError(Common::Log::kWarning, "Disk " + facts.deviceName + " cannot be opened", error);
     }
     return std::make_unique<FileBlockDevice>(std::move(file), error, sectorSize, bytes / sectorSize, std::move(facts),
-                                             [name] { return VolumesOf(name); });
+                                             [disk] { return VolumesOf(disk); });
 }
 
 class LinuxSource final : public DiskSource {
 public:
+    LinuxSource(fs::path sysBlock, fs::path devices) : sysBlock_(std::move(sysBlock)), devices_(std::move(devices)) {}
+
     std::vector<std::unique_ptr<BlockDevice>> Enumerate() override {
-        std::vector<std::string> names;
+        std::vector<fs::path> found;
         std::error_code error;
-        for (const auto& entry : fs::directory_iterator(kSysBlock, error)) {
-            const std::string name = entry.path().filename().string();
-            if (IsListed(name) && ReadNumber(entry.path() / "size") > 0) names.push_back(name);
+        for (const auto& entry : fs::directory_iterator(sysBlock_, error)) {
+            if (IsListed(entry.path().filename().string()) && ReadNumber(entry.path() / "size") > 0)
+                found.push_back(entry.path());
         }
         if (error) Common::Log::Warning("The block devices cannot be listed: " + error.message());
-        std::sort(names.begin(), names.end());
+        std::sort(found.begin(), found.end());
         std::vector<std::unique_ptr<BlockDevice>> disks;
-        for (const auto& name : names) disks.push_back(OpenDisk(name));
+        for (const auto& disk : found) disks.push_back(OpenDisk(disk, devices_));
         return disks;
     }
+
+private:
+    fs::path sysBlock_;
+    fs::path devices_;
 };
 
 }  // namespace
 
-std::unique_ptr<DiskSource> MakeSystemSource() { return std::make_unique<LinuxSource>(); }
+std::unique_ptr<DiskSource> MakeLinuxSource(std::filesystem::path sysBlock, std::filesystem::path devices) {
+    return std::make_unique<LinuxSource>(std::move(sysBlock), std::move(devices));
+}
+
+std::unique_ptr<DiskSource> MakeSystemSource() { return MakeLinuxSource("/sys/block", "/dev"); }
 
 std::unique_ptr<DiskSource> MakeDefaultSource() {
     const char* images = std::getenv("SYSTEM_REPORT_DISK_IMAGES");
