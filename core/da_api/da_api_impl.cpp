@@ -333,17 +333,16 @@ private:
         }
     }
 
+    // A disk that cannot be read still shows the partitions the operating system knows, so that the report
+    // lists them (each with " - No I/O disk" in the sector pass).
     void ScanDisk(DiskState& disk) {
-        if (!disk.device->Readable()) {
-            disk.layout.state = Disk::SchemeState::kReadError;
-            disk.issues.push_back({Disk::Problem::kDeviceNotOpened, "The disk cannot be opened for reading."});
-            return;
-        }
-        disk.layout = Disk::ReadLayout(*disk.reader);
+        const std::vector<Disk::VolumeFacts> volumes = disk.device->Volumes();
+        const std::uint32_t sectorSize = disk.device->SectorSize();
+        const bool readable = disk.device->Readable();
+        disk.layout = readable ? Disk::ReadLayout(*disk.reader)
+                               : Disk::LayoutFromVolumes(volumes, sectorSize, disk.device->SectorCount());
         disk.issues = disk.layout.issues;
         if (disk.layout.diskGuid) disk.guidText = disk.layout.diskGuid->ToString();
-        const std::vector<Disk::VolumeFacts> volumes = disk.device->Volumes();
-        const std::uint64_t sectorSize = disk.device->SectorSize();
         for (const Disk::DiskObject& object : disk.layout.objects) {
             ObjectState& state = disk.objects.emplace_back();
             state.object = object;
@@ -354,7 +353,8 @@ private:
             for (const auto& volume : volumes)
                 if (volume.offsetBytes == object.first * sectorSize && (volume.osPartitionNumber || object.number == 0))
                     state.volume = volume;
-            Probe(disk, state);
+            if (readable) Probe(disk, state);
+            else if (state.volume && state.volume->label) state.label = *state.volume->label;
         }
     }
 
@@ -491,12 +491,14 @@ private:
         case Prop::kScsiHost: return facts.scsi ? facts.scsi->host : 0;
         case Prop::kScsiBus: return facts.scsi ? facts.scsi->bus : 0;
         case Prop::kScsiTarget: return facts.scsi ? facts.scsi->target : 0;
-        case Prop::kLogicalSectorOffset: return facts.alignmentOffsetBytes / disk.device->SectorSize();
+        case Prop::kLogicalSectorOffset:
+            return disk.device->SectorSize() ? facts.alignmentOffsetBytes / disk.device->SectorSize() : 0;
         case Prop::kModel: return Text(facts.model);
         case Prop::kPhysicalSectorSize:
             return facts.physicalSectorSize ? facts.physicalSectorSize : disk.device->SectorSize();
         case Prop::kSchemeKind: return SchemeKindValue(disk.layout.scheme);
-        case Prop::kLastSector: return sectors ? sectors - 1 : 0;
+        // All ones for an empty disk, so that the sector count 306 + 1 wraps to 0.
+        case Prop::kLastSector: return sectors - 1;
         case Prop::kSystemName: return Text(facts.systemName);
         case Prop::kCylinders: return sectors ? geometry.cylinders : 0;
         case Prop::kHeads: return sectors ? geometry.heads : 0;

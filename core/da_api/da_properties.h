@@ -52,7 +52,7 @@ inline constexpr PropertyId kLogicalSectorOffset = 297;  // alignment offset, in
 inline constexpr PropertyId kModel = 298;              // 8-bit text
 inline constexpr PropertyId kPhysicalSectorSize = 304;
 inline constexpr PropertyId kSchemeKind = 305;         // SchemeKind
-inline constexpr PropertyId kLastSector = 306;         // last sector number (sector count - 1; 0 when empty)
+inline constexpr PropertyId kLastSector = 306;         // last sector number (sector count - 1; all ones when empty)
 inline constexpr PropertyId kSystemName = 307;         // 8-bit text
 inline constexpr PropertyId kSchemeState = 309;        // SchemeState; also of an unallocated object
 inline constexpr PropertyId kIsVolumeGroup = 311;
@@ -232,7 +232,7 @@ inline constexpr Value kBios = 0, kUefiX86 = 1, kUefiX64 = 2;
 
 // Values of kGptMetadataKind.
 namespace GptMetadataKind {
-inline constexpr Value kNone = 0, kPrimary = 1, kBackup = 2, kReserved = 3;
+inline constexpr Value kNone = 0, kPrimary = 1, kBackup = 2;
 }
 
 // Bits of kStructureErrors, in the report's order.

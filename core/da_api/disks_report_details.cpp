@@ -173,7 +173,9 @@ void WritePartitionDetail(std::ostream& out, const Place& place) {
 
 void WriteFileSystemDetail(std::ostream& out, const Place& place) {
     Value fsType = Get(Prop::kFsType);
-    WriteLine(out, ObjectTitle(place) + " file system");
+    // The whole title line of the partition detail block, " of type ... and size ..." included, then
+    // " file system": the block then says which partition it describes without looking back.
+    WriteLine(out, ObjectTitle(place) + TitleDetails() + " file system");
     std::string driver = GetText8(Prop::kFsDriverName);
     WriteLine(out, driver.empty() ? "  FS:                " + FileSystemName(fsType, GetFs(Prop::kFatBits))
                                   : "  File System " + driver);

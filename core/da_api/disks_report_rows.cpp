@@ -62,11 +62,13 @@ std::string FsColumn(bool hasFileSystem, Value fsType) {
         case SchemeKind::kRaw: return "rawMet";
         case SchemeKind::kMbr: return Get(Prop::kExtendedTable) != 0 ? "EPT" : "LPT";
         case SchemeKind::kGpt:
+            // Besides the table's two copies, a GPT disk has two kinds of region without a file system: a
+            // partition entry's (the Microsoft reserved partition is the usual one), "MSresr", and space that
+            // belongs to no partition object, such as the gap after an entry array, "GPTmet".
             switch (Get(Prop::kGptMetadataKind)) {
                 case GptMetadataKind::kPrimary: return "GPTpri";
                 case GptMetadataKind::kBackup: return "GPTbck";
-                case GptMetadataKind::kReserved: return "MSresr";
-                default: return "GPTmet";
+                default: return Get(Prop::kIsMetadata) == 0 ? "MSresr" : "GPTmet";
             }
         default: return "PSmeta";
     }

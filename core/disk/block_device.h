@@ -12,6 +12,11 @@
 
 namespace Disk {
 
+// Sector sizes the library reads: a power of two from 512 (an MBR must fit in sector 0) to 64 KiB.
+constexpr bool IsSupportedSectorSize(std::uint64_t bytes) {
+    return bytes >= 512 && bytes <= 65536 && (bytes & (bytes - 1)) == 0;
+}
+
 // Whole logical sectors of a device. A range that does not lie inside the device fails without reading.
 class SectorReader {
 public:

@@ -1,5 +1,6 @@
-// Builds a disk's object list from its MBR, EBR chain or GPT, then marks overlaps, objects past the end of
-// the disk, and the unallocated gaps.
+// Builds a disk's object list from its MBR, EBR chain or GPT (or, for a disk that cannot be read, from the
+// operating system's partitions), then marks overlaps, objects past the end of the disk, and the unallocated
+// gaps.
 #include "core/disk/layout.h"
 
 #include <algorithm>
@@ -51,7 +52,8 @@ int Rank(ObjectKind kind) {
     }
 }
 
-void Finish(DiskLayout& layout, std::uint64_t total) {
+// Sorts the objects into disk order and marks those that run past the end of the disk or overlap another.
+void MarkProblems(DiskLayout& layout, std::uint64_t total) {
     auto& objects = layout.objects;
     for (DiskObject& object : objects) {
         if (object.End() <= total) continue;
@@ -78,16 +80,19 @@ void Finish(DiskLayout& layout, std::uint64_t total) {
         }
         if (furthest == objects.size() || object.End() > objects[furthest].End()) furthest = i;
     }
+}
+
+void FillGaps(DiskLayout& layout, std::uint64_t total) {
     std::vector<DiskObject> filled;
     std::uint64_t cursor = 0;
-    for (DiskObject& object : objects) {
+    for (DiskObject& object : layout.objects) {
         if (object.first > cursor && cursor < total)
             filled.push_back(Region(ObjectKind::kUnallocated, cursor, std::min(object.first, total) - cursor));
         cursor = std::max(cursor, object.End());
         filled.push_back(std::move(object));
     }
     if (cursor < total) filled.push_back(Region(ObjectKind::kUnallocated, cursor, total - cursor));
-    objects = std::move(filled);
+    layout.objects = std::move(filled);
 }
 
 void ReadMbrLayout(SectorReader& disk, const Mbr& mbr, DiskLayout& layout) {
@@ -162,14 +167,13 @@ void ReadGptLayout(SectorReader& disk, const GptRead& gpt, DiskLayout& layout) {
     layout.diskGuid = used.diskGuid;
 
     if (primaryEnd < used.firstUsableLba)
-        layout.objects.push_back(Region(ObjectKind::kMetadata, primaryEnd, used.firstUsableLba - primaryEnd,
-                                        MetadataKind::kGptReserved));
+        layout.objects.push_back(Region(ObjectKind::kMetadata, primaryEnd, used.firstUsableLba - primaryEnd));
     // The backup region is its entry array followed by its header on the last sector.
     const std::uint64_t backupStart = gpt.backup ? gpt.backup->entriesLba : total - 1 - std::min(total - 1, arraySectors);
     const std::uint64_t backupEnd = gpt.backup ? gpt.backup->myLba + 1 : total;
     if (backupStart > used.lastUsableLba + 1)
-        layout.objects.push_back(Region(ObjectKind::kMetadata, used.lastUsableLba + 1,
-                                        backupStart - used.lastUsableLba - 1, MetadataKind::kGptReserved));
+        layout.objects.push_back(
+            Region(ObjectKind::kMetadata, used.lastUsableLba + 1, backupStart - used.lastUsableLba - 1));
     if (backupEnd > backupStart) {
         DiskObject& backup = layout.objects.emplace_back(
             Region(ObjectKind::kMetadata, backupStart, backupEnd - backupStart, MetadataKind::kGptBackup));
@@ -223,6 +227,12 @@ bool IsBootSectorFileSystem(FsType type) {
 DiskLayout ReadLayout(SectorReader& disk) {
     DiskLayout layout;
     const std::uint64_t total = disk.SectorCount();
+    if (!IsSupportedSectorSize(disk.SectorSize())) {
+        layout.state = SchemeState::kReadError;
+        layout.issues.push_back({Problem::kUnsupportedSectorSize,
+                                 "The sector size " + std::to_string(disk.SectorSize()) + " is not supported."});
+        return layout;
+    }
     if (total == 0) {
         layout.state = SchemeState::kReadError;
         layout.issues.push_back({Problem::kEmptyDisk, "The disk has no sectors."});
@@ -234,16 +244,26 @@ DiskLayout ReadLayout(SectorReader& disk) {
         layout.issues.push_back({Problem::kDiskReadFailed, "Sector 0 cannot be read: " + Common::WideToUtf8(error.Message())});
         return layout;
     }
-    const Mbr mbr = *DecodeMbr(sector);
+    const std::optional<Mbr> decoded = DecodeMbr(sector);
+    if (!decoded) {
+        layout.state = SchemeState::kReadError;
+        layout.issues.push_back({Problem::kDiskReadFailed, "Sector 0 is shorter than an MBR."});
+        return layout;
+    }
+    const Mbr& mbr = *decoded;
     const GptRead gpt = ReadGpt(disk);
     const bool protective = HasProtectiveEntry(mbr);
-    if (gpt.used || protective || gpt.primarySignature) {
+    // A signed MBR without a 0xEE entry is a legacy MBR, and the disk an MBR disk whatever GPT it still
+    // holds (UEFI standard 2.10, 5.2.3: only a protective MBR makes a disk a GPT disk).
+    const bool legacyMbr = mbr.hasSignature && !protective;
+    if (!legacyMbr && (gpt.used || protective || gpt.primarySignature)) {
         layout.gptAlsoMbr = protective;
-        layout.hybridMbr = protective && std::any_of(mbr.entries.begin(), mbr.entries.end(), [](const MbrEntry& e) {
-                               return !e.Empty() && e.type != kGptProtectiveType;
-                           });
         ReadGptLayout(disk, gpt, layout);
     } else {
+        if (gpt.used)
+            layout.issues.push_back({Problem::kGptBehindLegacyMbr,
+                                     "A GPT is on the disk, but sector 0 holds a legacy MBR, so the MBR's partitions "
+                                     "are shown."});
         VolumeReader whole(disk, 0, total);
         const ProbeResult probe = ProbeFileSystem(whole);
         const bool wholeDiskVolume = probe.outcome == ProbeOutcome::kFound &&
@@ -255,7 +275,24 @@ DiskLayout ReadLayout(SectorReader& disk) {
             layout.objects.push_back(wholeDiskVolume ? Partition(0, 0, total) : Region(ObjectKind::kUnallocated, 0, total));
         }
     }
-    Finish(layout, total);
+    MarkProblems(layout, total);
+    FillGaps(layout, total);
+    return layout;
+}
+
+DiskLayout LayoutFromVolumes(const std::vector<VolumeFacts>& volumes, std::uint32_t sectorSize,
+                             std::uint64_t totalSectors) {
+    DiskLayout layout;
+    layout.state = SchemeState::kReadError;
+    layout.issues.push_back({Problem::kDeviceNotOpened, "The disk cannot be opened for reading; its partitions are "
+                                                        "those the operating system reports."});
+    if (sectorSize == 0) return layout;
+    for (const VolumeFacts& volume : volumes) {
+        if (volume.lengthBytes < sectorSize) continue;
+        layout.objects.push_back(Partition(volume.osPartitionNumber.value_or(0), volume.offsetBytes / sectorSize,
+                                           volume.lengthBytes / sectorSize));
+    }
+    MarkProblems(layout, totalSectors);
     return layout;
 }
 

@@ -16,7 +16,9 @@ namespace Disk {
 enum class Scheme : std::uint32_t { kNone, kRaw, kMbr, kGpt };
 enum class SchemeState : std::uint32_t { kOk, kReadError, kCorrupted };
 enum class ObjectKind : std::uint32_t { kMbr, kPartition, kExtendedTable, kUnallocated, kMetadata };
-enum class MetadataKind : std::uint32_t { kNone = 0, kGptPrimary = 1, kGptBackup = 2, kGptReserved = 3 };
+// The GPT copy a metadata region holds; kNone for space that no copy uses (the gap between an entry array
+// and the usable sectors).
+enum class MetadataKind : std::uint32_t { kNone = 0, kGptPrimary = 1, kGptBackup = 2 };
 
 // Bits of DiskObject::structureErrors.
 inline constexpr std::uint32_t kStructureOverlapping = 1;
@@ -45,7 +47,6 @@ struct DiskLayout {
     Scheme scheme = Scheme::kNone;
     SchemeState state = SchemeState::kOk;
     bool gptAlsoMbr = false;  // sector 0 holds a protective or hybrid MBR
-    bool hybridMbr = false;
     std::optional<Guid> diskGuid;
     std::uint32_t mbrSignature = 0;
     std::vector<DiskObject> objects;
@@ -54,5 +55,10 @@ struct DiskLayout {
 
 // Reads the partition scheme of `disk`. Never fails: what cannot be read shows as the state and issues.
 DiskLayout ReadLayout(SectorReader& disk);
+
+// The layout of a disk that cannot be read: the partitions the operating system reports (their numbers are
+// the system's), in disk order, with no table, gap or file system of their own.
+DiskLayout LayoutFromVolumes(const std::vector<VolumeFacts>& volumes, std::uint32_t sectorSize,
+                             std::uint64_t totalSectors);
 
 }  // namespace Disk

@@ -6,7 +6,7 @@
 namespace Disk {
 
 std::string_view ProblemText(std::uint64_t id) {
-    static constexpr std::array<std::string_view, 19> kTexts = {
+    static constexpr std::array<std::string_view, 21> kTexts = {
         "",
         "The disks cannot be listed.",
         "The disk cannot be opened for reading.",
@@ -26,6 +26,8 @@ std::string_view ProblemText(std::uint64_t id) {
         "The file system structure is damaged.",
         "The file system is larger than its partition.",
         "The file system cannot be read.",
+        "The sector size is not supported.",
+        "A GPT lies behind a legacy MBR, which takes precedence.",
     };
     return id < kTexts.size() ? kTexts[id] : std::string_view();
 }

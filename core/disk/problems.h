@@ -27,6 +27,8 @@ enum class Problem : std::uint32_t {
     kFileSystemDamaged = 16,
     kFileSystemLargerThanPartition = 17,
     kFileSystemUnreadable = 18,
+    kUnsupportedSectorSize = 19,
+    kGptBehindLegacyMbr = 20,
 };
 
 // The fixed text of an identifier; empty for an identifier that has none.

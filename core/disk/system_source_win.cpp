@@ -202,8 +202,15 @@ std::unique_ptr<BlockDevice> OpenDisk(unsigned number, HANDLE query) {
     if (Ioctl(query, IOCTL_SCSI_GET_ADDRESS, nullptr, 0, scsi))
         facts.scsi = ScsiAddress{scsi.PortNumber, scsi.PathId, scsi.TargetId, scsi.Lun};
 
+    // A driver may report any sector size; one the library cannot read leaves the disk unread, with the
+    // operating system's partitions, rather than misread in 512-byte pieces.
     RawFile file;
-    Common::Error error = RawFile::Open(path, file);
+    Common::Error error;
+    if (!IsSupportedSectorSize(sectorSize))
+        error = Common::Error::Make(Common::Codes::kUnexpected,
+                                    L"The sector size " + std::to_wstring(sectorSize) + L" is not supported.");
+    else
+        error = RawFile::Open(path, file);
     if (error.Succeeded() && bytes == 0 && file.Size(bytes).Failed()) bytes = 0;
     if (error.Failed()) Common::Log::WriteError(Common::Log::kWarning, "Disk " + facts.deviceName + " cannot be read", error);
     return std::make_unique<FileBlockDevice>(std::move(file), error, sectorSize, bytes / sectorSize, std::move(facts),

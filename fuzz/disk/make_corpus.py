@@ -44,8 +44,9 @@ def main():
     volumes = os.path.join(corpus, "fs_probe")
     os.makedirs(layouts, exist_ok=True)
     os.makedirs(volumes, exist_ok=True)
-    for name, sector_size in [("mbr", 512), ("gpt", 512), ("gpt4k", 4096), ("gpt-badcrc", 512), ("ebr-loop", 512),
-                              ("past-end", 512), ("fat32-spc0", 512), ("floppy", 512)]:
+    for name, sector_size in [("mbr", 512), ("gpt", 512), ("gpt4k", 4096), ("mbr4k", 4096), ("hybrid", 512),
+                              ("mbr-over-gpt", 512), ("gpt-badcrc", 512), ("ebr-loop", 512), ("past-end", 512),
+                              ("fat32-spc0", 512), ("floppy", 512)]:
         image = os.path.join(fixtures, name + ".img")
         count = os.path.getsize(image) // sector_size
         if name == "past-end":

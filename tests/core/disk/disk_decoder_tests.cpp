@@ -170,14 +170,18 @@ TEST(DiskLayoutTest, OverlapsAndGapsAreMarked) {
     EXPECT_TRUE(layout.objects[5].structureErrors & kStructureReadError);
 }
 
-TEST(DiskLayoutTest, ProtectiveMbrWithoutValidGptIsCorrupted) {
+// A protective MBR without a valid GPT, and a sector too small to hold an MBR.
+TEST(DiskLayoutTest, SchemesThatCannotBeReadShowAsTheirState) {
     std::vector<std::uint8_t> bytes(100 * 512);
     PutEntry(bytes, 0, 0, kGptProtectiveType, 1, 99);
-    MemoryDisk disk(bytes, 512);
-    const DiskLayout layout = ReadLayout(disk);
-    EXPECT_EQ(layout.scheme, Scheme::kGpt);
-    EXPECT_EQ(layout.state, SchemeState::kCorrupted);
-    EXPECT_EQ(layout.issues.at(0).problem, Problem::kGptNoValidHeader);
+    for (const std::uint32_t sectorSize : {512u, 256u}) {
+        MemoryDisk disk(bytes, sectorSize);
+        const DiskLayout layout = ReadLayout(disk);
+        EXPECT_EQ(layout.scheme, sectorSize == 512 ? Scheme::kGpt : Scheme::kNone);
+        EXPECT_EQ(layout.state, sectorSize == 512 ? SchemeState::kCorrupted : SchemeState::kReadError);
+        EXPECT_EQ(layout.issues.at(0).problem,
+                  sectorSize == 512 ? Problem::kGptNoValidHeader : Problem::kUnsupportedSectorSize);
+    }
 }
 
 // A FAT boot sector for `totalSectors` of 512 bytes with one sector per cluster and 2 FATs.
@@ -297,18 +301,14 @@ TEST(DiskDecoders, VolumeReaderStaysInsideItsRegionAndTheDisk) {
 
 TEST(DiskDecoders, NameTablesAndClasses) {
     for (int type = 0; type < 256; ++type) EXPECT_LE(PartitionTypeName(static_cast<std::uint8_t>(type)).size(), 12u);
-    EXPECT_EQ(PartitionTypeName(0x07), "NTFS/exFAT");
-    EXPECT_EQ(PartitionTypeName(0xEF), "EFI system");
     EXPECT_EQ(PartitionTypeName(0x99), "");
     EXPECT_EQ(FileSystemOfTypeByte(0x06), FsType::kFat16);
     EXPECT_EQ(FileSystemOfTypeByte(0x1E), FsType::kFat16);
     EXPECT_EQ(FileSystemOfTypeByte(0x0C), FsType::kFat32);
     EXPECT_EQ(FileSystemOfTypeByte(0x07), FsType::kNtfs);
     EXPECT_EQ(FileSystemOfTypeByte(0x83), FsType::kNone);
-    EXPECT_EQ(MaxLabelLength(static_cast<std::uint64_t>(FsType::kFat32)), 11u);
     EXPECT_EQ(MaxLabelLength(static_cast<std::uint64_t>(FsType::kNtfs)), 32u);
     EXPECT_EQ(MaxLabelLength(static_cast<std::uint64_t>(FsType::kLvmPv)), 0u);
-    EXPECT_TRUE(CountsFreeSpace(static_cast<std::uint64_t>(FsType::kExt4)));
     EXPECT_FALSE(CountsFreeSpace(static_cast<std::uint64_t>(FsType::kLinuxSwap)));
     EXPECT_EQ(LabelFromBytes(std::vector<std::uint8_t>{'A', 0xE9, ' ', ' '}), u"A\u00E9");
     EXPECT_EQ(LabelFromUtf16Le(std::vector<std::uint8_t>{'x', 0, 0xAC, 0x20, 0, 0, 'y', 0}), u"x\u20AC");

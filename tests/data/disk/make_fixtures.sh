@@ -148,6 +148,33 @@ report gpt4k.fdisk.txt fdisk -b 4096 -l "$img"
 report gpt4k.p1.dumpe2fs.txt dumpe2fs -h "$work/k1"
 report gpt4k.p2.fsck.txt fsck.fat -vn "$work/k2"
 
+# The same two file systems on an MBR disk of 4096-byte sectors: only the partitions tell the sector size.
+img="$work/mbr4k.img"
+truncate -s 16M "$img"
+printf 'o\nx\ni\n0x5eed000c\nr\nn\np\n1\n256\n+4M\nt\n83\nn\np\n2\n\n+4M\nt\n2\n1\nw\n' |
+  fdisk -b 4096 "$img" >/dev/null 2>&1
+place "$img" 256 4096 "$work/k1"
+place "$img" 1280 4096 "$work/k2"
+report mbr4k.fdisk.txt fdisk -b 4096 -l "$img"
+
+# A hybrid MBR (sgdisk -h): besides the protective entry, the MBR describes the first GPT partition.
+img="$work/hybrid.img"
+truncate -s 8M "$img"
+sgdisk -o -U 5EED000A-0000-4000-8000-000000000000 -n 1:2048:+2M -t 1:0700 -u 1:5EED000A-0001-4000-8000-000000000000 \
+  -n 2:0:+2M -t 2:8300 -u 2:5EED000A-0002-4000-8000-000000000000 "$img" >/dev/null
+sgdisk -h 1:EE "$img" >/dev/null
+
+# A legacy MBR written over a GPT disk without wiping it: both GPT headers stay behind the new MBR.
+img="$work/mbr-over-gpt.img"
+truncate -s 8M "$img"
+sgdisk -o -U 5EED000B-0000-4000-8000-000000000000 -n 1:2048:+2M -t 1:0700 -u 1:5EED000B-0001-4000-8000-000000000000 \
+  "$img" >/dev/null
+sfdisk -q --wipe never "$img" >/dev/null <<'EOF'
+label: dos
+label-id: 0x5eed000b
+start=4096, size=4096, type=83
+EOF
+
 # Damaged: a GPT whose primary header CRC is wrong (one byte of its disk GUID changed); the backup is sound.
 img="$work/gpt-badcrc.img"
 truncate -s 8M "$img"

@@ -10,7 +10,8 @@ set -euo pipefail
 
 exe=$1 fixtures=$2 golden=$3 emulator=${4:-}
 # The images of the golden text, in its order.
-images=(mbr.img gpt.img gpt4k.img fat32-spc0.img ebr-loop.img gpt-badcrc.img past-end.img empty.img)
+images=(mbr.img gpt.img gpt4k.img fat32-spc0.img ebr-loop.img gpt-badcrc.img past-end.img empty.img hybrid.img
+  mbr-over-gpt.img missing.img)
 
 if [[ ! -f $fixtures/.stamp ]]; then
   echo "no disk fixtures in $fixtures (ctest's disk_fixtures step makes them)"

@@ -15,11 +15,13 @@
 namespace {
 
 // An MBR disk with logical partitions (FAT16, NTFS, ext4, exFAT), a GPT disk (ESP on FAT32, MSR, NTFS), a
-// GPT disk of 4096-byte sectors, and the damaged ones: FAT32 with 0 sectors per cluster, a looping EBR
-// chain, a GPT with a bad primary header, partitions past the end, a zero-length image. The end-to-end
-// test of the report run names the same images, in this order.
-const char* const kImages[] = {"mbr.img",        "gpt.img",       "gpt4k.img",     "fat32-spc0.img",
-                               "ebr-loop.img",   "gpt-badcrc.img", "past-end.img", "empty.img"};
+// GPT disk of 4096-byte sectors, the damaged ones (FAT32 with 0 sectors per cluster, a looping EBR chain, a
+// GPT with a bad primary header, partitions past the end, a zero-length image), a hybrid MBR, a legacy MBR
+// over a GPT, and an image that is not there. The end-to-end test of the report run names the same images,
+// in this order.
+const char* const kImages[] = {"mbr.img",      "gpt.img",       "gpt4k.img", "fat32-spc0.img",   "ebr-loop.img",
+                               "gpt-badcrc.img", "past-end.img", "empty.img", "hybrid.img", "mbr-over-gpt.img",
+                               "missing.img"};
 
 // The computer level is fixed here, so that the text does not depend on the machine.
 DaApi::ComputerFacts GoldenComputer() {
@@ -126,7 +128,7 @@ TEST_F(DisksReportFixtureTest, NtfsPrintoutAgreesWithNtfsinfo) {
 }
 
 TEST_F(DisksReportFixtureTest, FileSystemBlocksAgreeWithDumpe2fsAndFsckFat) {
-    std::string ext4 = Block("Partition 0-5: file system");
+    std::string ext4 = Block("Partition 0-5: of type 83 (Linux) and size 12M file system");
     std::string dump = Report("mbr.p5.dumpe2fs.txt");
     ASSERT_FALSE(ext4.empty());
     ASSERT_FALSE(dump.empty());
@@ -139,7 +141,7 @@ TEST_F(DisksReportFixtureTest, FileSystemBlocksAgreeWithDumpe2fsAndFsckFat) {
     EXPECT_NE(ext4.find("  VolumeLabel:       mbrext4\r\n"), std::string::npos);
 
     // "1 files, 0/8167 clusters": used and total clusters.
-    std::string fat = Block("Partition 0-1: file system");
+    std::string fat = Block("Partition 0-1: of type 06 (FAT16) and size 16M file system");
     std::string fsck = Report("mbr.p1.fsck.txt");
     std::uint64_t clusters = *NumberBefore(fsck, "data clusters");
     EXPECT_EQ(NumberAfter(fat, "BlockCount:"), clusters);

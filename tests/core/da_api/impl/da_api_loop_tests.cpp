@@ -1,13 +1,18 @@
-// The Linux block-device backend on loop devices: a disk attached from an image must answer as the image does.
+// The Linux block-device backend: on loop devices a disk attached from an image must answer as the image
+// does; over a sysfs tree of the test's own, a disk that cannot be opened still shows the kernel's partitions.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstdio>
+#include <sstream>
 
 #include "core/da_api/da_api_impl.h"
 #include "core/da_api/da_properties.h"
+#include "core/da_api/disks_report.h"
+#include "core/disk/system_source_posix.h"
 #include "tests/core/da_api/impl/da_api_dump.h"
 #include "tests/core/disk/disk_fixtures.h"
+#include "tests/support/zip_test_reader.h"
 
 namespace {
 
@@ -57,7 +62,7 @@ TEST(DaApiLoopDevice, BlockDeviceAnswersAsTheImage) {
     std::string why;
     const auto fixtures = TestSupport::DiskFixtures(why);
     if (!fixtures) GTEST_SKIP() << why;
-    for (const LoopCase& loopCase : {LoopCase{"mbr.img", 512}, LoopCase{"gpt4k.img", 4096}}) {
+    for (const LoopCase& loopCase : {LoopCase{"mbr.img", 512}, LoopCase{"gpt4k.img", 4096}, LoopCase{"mbr4k.img", 4096}}) {
         SCOPED_TRACE(loopCase.image);
         const auto image = *fixtures / loopCase.image;
         LoopDevice loop(image, loopCase.sectorSize);
@@ -84,6 +89,25 @@ TEST(DaApiLoopDevice, BlockDeviceAnswersAsTheImage) {
             EXPECT_EQ(os.substr(0, os.find('\n')), scanned ? number : "65535");
         }
     }
+}
+
+// The kernel lists the disk and its partitions, but there is no device node to open.
+TEST(DaApiLinuxSource, DiskThatCannotBeOpenedShowsTheKernelsPartitions) {
+    TestSupport::TempFolder temp;
+    const auto disk = temp.path() / "block/sdq";
+    for (const auto& [file, value] : {std::pair{"size", "65536"}, {"queue/logical_block_size", "512"},
+                                      {"sdq1/partition", "1"}, {"sdq1/start", "2048"}, {"sdq1/size", "16384"},
+                                      {"sdq2/partition", "2"}, {"sdq2/start", "18432"}, {"sdq2/size", "8192"}})
+        TestSupport::WriteFile(disk / file, std::string(value) + "\n");
+    Install(MakeMachineInterface(Disk::MakeLinuxSource(temp.path() / "block", temp.path() / "dev"), Computer()));
+    std::ostringstream out;
+    ASSERT_TRUE(WriteDisksReport(&out).Succeeded());
+    const std::string text = out.str();
+    EXPECT_NE(text.find("0-   d(?) Read   32M                                          \r\n"
+                        "  -1  p(1)         8M             PSmeta 00                          ------\r\n"),
+              std::string::npos) << text;
+    EXPECT_NE(text.find("  Disk 0: The disk cannot be opened for reading.\n"), std::string::npos);
+    EXPECT_NE(text.find("\r\nPartition 0-1: - No I/O disk\r\nPartition 0-2: - No I/O disk\r\n"), std::string::npos);
 }
 
 }  // namespace
