@@ -19,6 +19,8 @@ public:
     ~TextDataFilter() override;
     // Any bytes are text: NUL, bytes above 0x7F and invalid UTF-8 are matched as they are.
     Common::Error Filter(const std::string& text, std::string& filtered) const override;
+    // Whether the rules run as machine code; without it the filter is exact but many times slower.
+    bool UsesJit() const { return engine_->UsesJit(); }
 
 private:
     std::unique_ptr<Filters::RuleEngine<char>> engine_;
@@ -33,6 +35,7 @@ public:
     // trailing byte is kept as it is; code units are matched one by one, so unpaired surrogates pass
     // through unchanged unless a rule replaces the span they are in.
     Common::Error Filter(const std::string& text, std::string& filtered) const override;
+    bool UsesJit() const { return engine_->UsesJit(); }
 
 private:
     std::unique_ptr<Filters::RuleEngine<std::uint16_t>> engine_;

@@ -56,34 +56,40 @@ inline const std::vector<std::u16string>& WideTextFragments() {
 }
 
 // Joins random fragments into about `size` units; no line (counted between LFs) grows beyond `maxLine`.
+// Lines also end at random, unless `fullLines`: then fragments holding a LF are left out and each line
+// runs to about `maxLine`.
 template <typename String>
-String Join(const std::vector<String>& fragments, std::mt19937& random, std::size_t size, std::size_t maxLine) {
+String Join(const std::vector<String>& fragments, std::mt19937& random, std::size_t size, std::size_t maxLine,
+            bool fullLines) {
+    const auto lf = typename String::value_type('\n');
     String text;
     std::size_t line = 0;
     while (text.size() < size) {
         const String& fragment = fragments[random() % fragments.size()];
+        if (fullLines && fragment.find(lf) != String::npos) continue;
         if (line + fragment.size() > maxLine) {
-            text += typename String::value_type('\n');
+            text += lf;
             line = 0;
         }
         text += fragment;
-        std::size_t lf = fragment.rfind(typename String::value_type('\n'));
-        line = lf == String::npos ? line + fragment.size() : fragment.size() - lf - 1;
-        if (random() % 8 == 0) {
+        std::size_t end = fragment.rfind(lf);
+        line = end == String::npos ? line + fragment.size() : fragment.size() - end - 1;
+        if (!fullLines && random() % 8 == 0) {
             text += typename String::value_type(random() % 3 == 0 ? '\r' : '\n');
-            if (text.back() == '\r') text += typename String::value_type('\n');
+            if (text.back() == '\r') text += lf;
             line = 0;
         }
     }
     return text;
 }
 
-inline std::string Text(std::mt19937& random, std::size_t size, std::size_t maxLine) {
-    return Join(TextFragments(), random, size, maxLine);
+inline std::string Text(std::mt19937& random, std::size_t size, std::size_t maxLine, bool fullLines = false) {
+    return Join(TextFragments(), random, size, maxLine, fullLines);
 }
 
-inline std::vector<std::uint16_t> WideText(std::mt19937& random, std::size_t size, std::size_t maxLine) {
-    std::u16string text = Join(WideTextFragments(), random, size, maxLine);
+inline std::vector<std::uint16_t> WideText(std::mt19937& random, std::size_t size, std::size_t maxLine,
+                                           bool fullLines = false) {
+    std::u16string text = Join(WideTextFragments(), random, size, maxLine, fullLines);
     return std::vector<std::uint16_t>(text.begin(), text.end());
 }
 
