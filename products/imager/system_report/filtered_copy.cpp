@@ -3,24 +3,50 @@
 
 #include <cerrno>
 #include <fstream>
-#include <iterator>
+#include <source_location>
+#include <system_error>
 
 #include "core/common/strings.h"
 
 namespace SystemReport {
+namespace {
+
+constexpr std::size_t kReadChunk = 64 * 1024;
+
+Common::Error FileFailure(const wchar_t* message, int code, const std::filesystem::path& path,
+                          std::source_location where = std::source_location::current()) {
+    return Common::Error::Make(Common::Codes::kOpenFile, message, Common::Error::AddErrno(code, {}, where), where)
+        .WithField({"path", Common::ErrorField::Kind::Text, Common::PathToUtf8(path), 0});
+}
+
+// May throw when memory runs out.
+Common::Error ReadAll(const std::filesystem::path& path, std::string& content) {
+    errno = 0;
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return FileFailure(L"Error occurred while opening the file.", errno, path);
+    std::error_code ec;
+    const std::uintmax_t size = std::filesystem::file_size(path, ec);
+    if (!ec && size < content.max_size()) content.reserve(static_cast<std::size_t>(size));
+    // istream::read turns a failing read of the file buffer (EISDIR, EIO), which libstdc++ reports by
+    // exception, into the bad bit; reading through stream-buffer iterators would let it escape instead.
+    while (in) {
+        const std::size_t used = content.size();
+        content.resize(used + kReadChunk);
+        errno = 0;
+        in.read(content.data() + used, static_cast<std::streamsize>(kReadChunk));
+        content.resize(used + static_cast<std::size_t>(in.gcount()));
+    }
+    if (in.bad()) return FileFailure(L"Error occurred while reading the file.", errno, path);
+    return {};
+}
+
+}  // namespace
 
 Common::Error ReadWholeFile(const std::filesystem::path& path, std::string& content) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        return Common::Error::Make(Common::Codes::kOpenFile, L"Error occurred while opening the file.",
-                                   Common::Error::AddErrno(errno))
-            .WithField({"path", Common::ErrorField::Kind::Text, Common::PathToUtf8(path), 0});
-    }
-    content.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    if (in.bad()) {
-        return Common::Error::Make(Common::Codes::kOpenFile, L"Error occurred while reading the file.");
-    }
-    return {};
+    content.clear();
+    Common::Error error = Common::CatchErrors([&] { return ReadAll(path, content); });
+    if (error.Failed()) std::string().swap(content);
+    return error;
 }
 
 Common::Error FilteredCopyFile(const std::filesystem::path& source, const CopyFileFilter& filter, std::string& filtered) {

@@ -10,10 +10,12 @@
 namespace SystemReport {
 
 // The whole text of `source` passed through `filter`. Fails when the file cannot be read or the filter
-// cannot process it: then nothing of the file may be stored.
+// reports an error: then nothing of the file may be stored. An exception that the filter throws passes
+// through to the caller.
 Common::Error FilteredCopyFile(const std::filesystem::path& source, const CopyFileFilter& filter, std::string& filtered);
 
-// The whole content of a file; the error carries the path.
+// The whole content of a file. Never throws: a file that cannot be opened or read to its end, or that
+// does not fit in memory, is an error carrying the path.
 Common::Error ReadWholeFile(const std::filesystem::path& path, std::string& content);
 
 }  // namespace SystemReport

@@ -4,7 +4,6 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
-#include <fstream>
 #include <system_error>
 #include <vector>
 
@@ -92,6 +91,11 @@ std::string OnlineBackupDetailsText(const fs::path& onlineBackupFolder) {
 }
 
 Common::Error WriteOnlineBackupDetails(const fs::path& makerFolder) {
+    // A maker folder that is itself a link or junction would have the details written wherever it points.
+    if (IsLink(makerFolder)) {
+        Common::Log::Warning("Link '" + Common::PathToUtf8(makerFolder) + "' is not followed; no online-backup details are written.");
+        return Common::Error::Make(Common::Codes::kOpenFile, L"The folder is a link.");
+    }
     bool found = false;
     for (const fs::path& child : Listing(makerFolder)) {
         std::error_code ec;
@@ -100,16 +104,15 @@ Common::Error WriteOnlineBackupDetails(const fs::path& makerFolder) {
         found = true;
         const fs::path file = folder / "online_backup.txt";
         const std::string failure = Common::FormatPlaceholders("Failed to write file '{0}'.", {Common::PathToUtf8(file)});
-        // Writing through a link planted under that name would overwrite whatever it points to.
+        // Writing through a link planted under that name would overwrite whatever it points to: the
+        // details of an earlier run are replaced by a new file, and a link there is left as it is.
         if (IsLink(file)) {
             Common::Log::Error(failure);
             continue;
         }
         const std::string text = OnlineBackupDetailsText(folder);
-        std::ofstream out(file, std::ios::binary | std::ios::trunc);
-        out.write(text.data(), static_cast<std::streamsize>(text.size()));
-        out.close();
-        if (!out) Common::Log::Error(failure);
+        fs::remove(file, ec);
+        if (!WriteNewFile(file, text)) Common::Log::Error(failure);
     }
     if (!found) return Common::Error::Make(Common::Codes::kOpenFile, L"No OnlineBackup folder is available");
     return {};

@@ -10,9 +10,10 @@
 namespace SystemReport {
 
 // For each direct sub-folder of `makerFolder` (in listing order) that holds a folder "OnlineBackup",
-// writes that folder's "online_backup.txt". Links are not followed. Fails with "No OnlineBackup folder is
-// available" when there is no such folder; a file that cannot be written is logged as "Failed to write
-// file '{0}'." and the other folders are still described.
+// writes that folder's "online_backup.txt" as a new file (never through a link). Links are not followed,
+// the maker folder itself included. Fails with "No OnlineBackup folder is available" when there is no
+// such folder; a file that cannot be written is logged as "Failed to write file '{0}'." and the other
+// folders are still described.
 Common::Error WriteOnlineBackupDetails(const std::filesystem::path& makerFolder);
 
 // The text of "online_backup.txt" for one folder, UTF-8 with CR LF: the product version line and an

@@ -38,8 +38,17 @@ Common::Error WriteFailure(Common::Error cause) {
                                std::move(cause));
 }
 
-// Stores one file. Problems with the source (missing, unreadable, unfilterable) lose only that file and
-// are logged; a failing archive write fails the save.
+// A file of the tool's own that goes however the code that made it ends.
+struct RemovedAtEnd {
+    fs::path path;
+    ~RemovedAtEnd() {
+        std::error_code ec;
+        fs::remove(path, ec);
+    }
+};
+
+// Stores files and folders. Problems with a source (missing, unreadable, unfilterable, a link) lose only
+// that file or folder and are logged; a failing archive write fails the save.
 class EntryWriter {
 public:
     explicit EntryWriter(Zip::ZipWriter& zip) : zip_(zip) {}
@@ -57,6 +66,12 @@ public:
 
     Common::Error StoreFolder(const fs::path& folder, const std::string& prefix, bool recursive,
                               const CopyFileFilter* filter) {
+        // A product folder that is itself a link or junction would bring whatever it points to.
+        if (IsLink(folder)) {
+            Common::Log::Warning("Report folder '" + Common::PathToUtf8(folder) + "' is a link and is not followed; '" +
+                                 prefix + "' is not in the report.");
+            return {};
+        }
         std::error_code ec;
         if (!fs::is_directory(folder, ec)) {
             Common::Log::Info("Report folder '" + Common::PathToUtf8(folder) + "' does not exist.");
@@ -71,27 +86,49 @@ public:
         std::sort(children.begin(), children.end(),
                   [](const fs::directory_entry& a, const fs::directory_entry& b) { return a.path() < b.path(); });
         for (const fs::directory_entry& child : children) {
-            const fs::path& path = child.path();
-            std::string name = prefix + Common::PathToUtf8(path.filename());
-            // A link could pull files from outside the product's folder (a user's private files) into
-            // the archive, and a link loop would never end: links are never followed.
-            if (IsLink(path)) {
-                Common::Log::Warning("Link '" + Common::PathToUtf8(path) + "' is not followed; it is not in the report.");
-                continue;
-            }
-            if (path.extension() == ".for_report") continue;
-            if (child.is_directory(ec)) {
-                if (!recursive) continue;
-                if (auto error = zip_.AddFolder(name + "/", ModifiedTime(path)); error.Failed()) return WriteFailure(error);
-                if (auto error = StoreFolder(path, name + "/", true, filter); error.Failed()) return error;
-            } else if (child.is_regular_file(ec)) {
-                if (auto error = StoreFile(path, name, filter); error.Failed()) return error;
-            }
+            Common::Error error = Contained("An entry of '" + prefix + "'",
+                                            [&] { return StoreChild(child, prefix, recursive, filter); });
+            if (error.Failed()) return error;
         }
         return {};
     }
 
+    // Runs the storing of one file or folder. An exception (a name that cannot be converted, a file too
+    // large for memory, a filter that throws) loses only that part, with an error line; a failing
+    // archive write is returned, as it fails the save.
+    template <typename Body>
+    static Common::Error Contained(const std::string& what, Body&& body) {
+        Common::Error result;
+        Common::Error thrown = Common::CatchErrors([&] { result = body(); });
+        if (thrown.Failed()) {
+            Common::Log::WriteError(Common::Log::kError, what + " is left out: ", thrown);
+            return {};
+        }
+        return result;
+    }
+
 private:
+    Common::Error StoreChild(const fs::directory_entry& child, const std::string& prefix, bool recursive,
+                             const CopyFileFilter* filter) {
+        const fs::path& path = child.path();
+        std::string name = prefix + Common::PathToUtf8(path.filename());
+        // A link could pull files from outside the product's folder (a user's private files) into the
+        // archive, and a link loop would never end: links are never followed.
+        if (IsLink(path)) {
+            Common::Log::Warning("Link '" + Common::PathToUtf8(path) + "' is not followed; it is not in the report.");
+            return {};
+        }
+        if (path.extension() == ".for_report") return {};
+        std::error_code ec;
+        if (child.is_directory(ec)) {
+            if (!recursive) return {};
+            if (auto error = zip_.AddFolder(name + "/", ModifiedTime(path)); error.Failed()) return WriteFailure(error);
+            return StoreFolder(path, name + "/", true, filter);
+        }
+        if (child.is_regular_file(ec)) return StoreFile(path, name, filter);
+        return {};
+    }
+
     // A settings file is stored through a scrubbed copy beside it; where that folder cannot be written
     // the scrubbed text is stored from memory, so the passwords never reach the archive either way.
     Common::Error StoreSettings(const fs::path& source, const std::string& name, const CopyFileFilter* filter) {
@@ -103,10 +140,8 @@ private:
         std::string scrubbed = RemoveSecretSettings(text);
         std::time_t modified = ModifiedTime(source);
         if (auto copy = WriteReportCopyOfSettings(source, scrubbed)) {
-            Common::Error result = Store(*copy, name, filter, modified);
-            std::error_code ec;
-            fs::remove(*copy, ec);
-            return result;
+            const RemovedAtEnd removed{*copy};
+            return Store(*copy, name, filter, modified);
         }
         return StoreText(std::move(scrubbed), name, filter, modified);
     }
@@ -185,11 +220,12 @@ Common::Error ReportManager::SaveAs(const fs::path& fileName) {
     }
     EntryWriter writer(*zip);
     for (const FileEntry& entry : entries_) {
-        std::string name = ArchiveName(entry.archiveName);
-        Common::Error error = entry.folder
-            ? writer.StoreFolder(entry.source, name.empty() || name.back() == '/' ? name : name + "/", entry.recursive,
-                                 entry.filter.get())
-            : writer.StoreFile(entry.source, name, entry.filter.get());
+        const std::string name = ArchiveName(entry.archiveName);
+        Common::Error error = EntryWriter::Contained("Report entry '" + name + "'", [&] {
+            return entry.folder ? writer.StoreFolder(entry.source, name.empty() || name.back() == '/' ? name : name + "/",
+                                                     entry.recursive, entry.filter.get())
+                                : writer.StoreFile(entry.source, name, entry.filter.get());
+        });
         if (error.Failed()) return error;
     }
     if (Common::Error error = zip->Commit(); error.Failed()) return WriteFailure(error);

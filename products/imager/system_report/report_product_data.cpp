@@ -12,9 +12,9 @@ namespace fs = std::filesystem;
 namespace SystemReport {
 namespace {
 
-// The details are a help to the reader only: when they cannot be written, the folder is still taken.
+// The details are a help to the reader only: whatever goes wrong in writing them, the folder is still taken.
 void DescribeOnlineBackup(const fs::path& makerFolder) {
-    if (Common::Error error = WriteOnlineBackupDetails(makerFolder); error.Failed()) {
+    if (Common::Error error = Common::CatchErrors([&] { return WriteOnlineBackupDetails(makerFolder); }); error.Failed()) {
         Common::Log::WriteError(Common::Log::kDebug, "No online-backup details for '" + Common::PathToUtf8(makerFolder) + "': ",
                                 error);
     }

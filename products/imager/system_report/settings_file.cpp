@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <array>
 #include <cwctype>
-#include <fstream>
 
 #include "core/common/strings.h"
+#include "products/imager/system_report/link_check.h"
 
 namespace SystemReport {
 namespace {
@@ -74,14 +74,7 @@ std::optional<std::filesystem::path> WriteReportCopyOfSettings(const std::filesy
                                                                const std::string& scrubbed) {
     std::filesystem::path copy = path;
     copy += ".for_report";
-    std::ofstream out(copy, std::ios::binary | std::ios::trunc);
-    out.write(scrubbed.data(), static_cast<std::streamsize>(scrubbed.size()));
-    out.close();
-    if (!out) {
-        std::error_code ec;
-        std::filesystem::remove(copy, ec);
-        return std::nullopt;
-    }
+    if (!WriteNewFile(copy, scrubbed)) return std::nullopt;
     return copy;
 }
 

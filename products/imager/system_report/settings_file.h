@@ -16,7 +16,8 @@ bool IsSettingsFile(const std::filesystem::path& path);
 std::string RemoveSecretSettings(const std::string& text);
 
 // Writes `scrubbed` as the copy "<file>.for_report" beside the file and returns its path; nullopt when
-// the copy cannot be written there.
+// the copy cannot be made there, also when anything (a link planted there, a copy left by an earlier
+// run) already has that name: the copy is always a new file.
 std::optional<std::filesystem::path> WriteReportCopyOfSettings(const std::filesystem::path& path,
                                                                const std::string& scrubbed);
 
