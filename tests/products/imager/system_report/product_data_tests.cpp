@@ -1,10 +1,9 @@
-// The product data item: its two folder entries, the online-backup details, links in product folders,
-// and a report run over product folders read back from the archive.
+// The product data item: its two folder entries, the online-backup details, and links in product
+// folders. A report run over product folders through the real executable is product_data_e2e.sh.
 #include "products/imager/system_report/report_product_data.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <regex>
 #include <string>
 
@@ -14,7 +13,6 @@
 #include "products/imager/system_report/link_check.h"
 #include "products/imager/system_report/online_backup_details.h"
 #include "products/imager/system_report/report_manager.h"
-#include "tests/products/imager/system_report/text_filter_oracle.h"
 #include "tests/support/zip_test_reader.h"
 
 namespace {
@@ -35,36 +33,17 @@ public:
     std::optional<std::wstring> UserName() override { return userName; }
 };
 
-struct CommandResult {
-    int status = -1;
-    std::string output;
+// The certificate and the links of make_product_fixtures.sh, which ctest runs before these tests.
+class ProductFixtures : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(fs::exists(fixtures / ".stamp")) << "no fixtures in " << Common::PathToUtf8(fixtures)
+                                                     << " (ctest's product_fixtures step makes them)";
+    }
+    const fs::path fixtures = SR_PRODUCT_FIXTURES_DIR;
+    const fs::path certificates = fixtures / "certificates";
+    const fs::path links = fixtures / "links";
 };
-
-CommandResult RunCommand(const std::string& command) {
-    CommandResult result;
-    std::FILE* pipe = popen((command + " 2>&1").c_str(), "r");
-    if (!pipe) return result;
-    char buffer[4096];
-    while (std::size_t count = std::fread(buffer, 1, sizeof buffer, pipe)) result.output.append(buffer, count);
-    result.status = pclose(pipe);
-    return result;
-}
-
-std::string Quote(const fs::path& path) { return "'" + Common::PathToUtf8(path) + "'"; }
-
-bool HaveOpenssl() { return RunCommand("openssl version").status == 0; }
-
-// A self-signed certificate made by the openssl command, in PEM, and its DER twin.
-void MakeCertificate(const fs::path& pem, const fs::path& der, const fs::path& key) {
-    CommandResult made = RunCommand("openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj "
-                             "'/CN=Backup Test/O=Brendix Cloud/emailAddress=ops@example.com' -keyout " + Quote(key) +
-                             " -out " + Quote(pem));
-    ASSERT_EQ(made.status, 0) << made.output;
-    CommandResult converted = RunCommand("openssl x509 -in " + Quote(pem) + " -outform DER -out " + Quote(der));
-    ASSERT_EQ(converted.status, 0) << converted.output;
-}
-
-std::wstring WideSeparator() { return std::wstring(1, fs::path::preferred_separator); }
 
 TEST(ReportProductDataTest, AddsTheMachineWideFolderFilteredAndThePerUserFolderAsItIs) {
     TempFolder temp;
@@ -75,11 +54,10 @@ TEST(ReportProductDataTest, AddsTheMachineWideFolderFilteredAndThePerUserFolderA
     ReportContext context;
     context.folders = folders;
     context.textFilter = std::make_shared<TextDataFilter>();
-    context.wideTextFilter = std::make_shared<TextDataFilterWString>();
     FileEntries entries;
     ASSERT_TRUE(ReportProductData(context).Create(temp.path(), entries).Succeeded());
 
-    const std::wstring s = WideSeparator();
+    const std::wstring s(1, fs::path::preferred_separator);
     ASSERT_EQ(entries.size(), 2u);
     EXPECT_EQ(entries[0].source, temp.path() / "common" / "Brendix" / "");
     EXPECT_EQ(entries[0].archiveName, L"Application Data" + s + L"All Users" + s + L"Brendix" + s);
@@ -104,12 +82,9 @@ TEST(ReportProductDataTest, AddsTheMachineWideFolderFilteredAndThePerUserFolderA
     EXPECT_TRUE(entries.empty());
 }
 
-TEST(CertificateTextTest, PrintsPemAndDerAndNamesWhatCannotBePrinted) {
-    if (!HaveOpenssl()) GTEST_SKIP() << "the openssl command makes the certificates; it is not on this system";
-    TempFolder temp;
-    MakeCertificate(temp.path() / "a.crt", temp.path() / "a.der", temp.path() / "a.key");
-    std::string pem = ReadFile(temp.path() / "a.crt");
-    std::string der = ReadFile(temp.path() / "a.der");
+TEST_F(ProductFixtures, CertificatesPrintFromPemAndDerAndWhatCannotBePrintedIsNamed) {
+    const std::string pem = ReadFile(certificates / "client.pem");
+    const std::string der = ReadFile(certificates / "client.der");
     auto bytes = [](const std::string& text) {
         return std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
     };
@@ -118,13 +93,11 @@ TEST(CertificateTextTest, PrintsPemAndDerAndNamesWhatCannotBePrinted) {
     ASSERT_TRUE(PrintCertificate(bytes(der), fromDer).Succeeded());
     EXPECT_EQ(fromPem, fromDer);
 
-    // Cross-checked against the openssl command's own view of the certificate.
-    CommandResult subject = RunCommand("openssl x509 -noout -subject -nameopt oneline,-esc_msb,utf8 -in " +
-                                       Quote(temp.path() / "a.crt"));
-    ASSERT_EQ(subject.status, 0);
-    std::string value = subject.output.substr(subject.output.find('=') + 1);
-    value = value.substr(value.find_first_not_of(' '));
-    EXPECT_NE(fromPem.find("Subject: " + value.substr(0, value.find('\n')) + "\r\n"), std::string::npos) << fromPem;
+    // Cross-checked against the openssl command's own view of the certificate ("subject=CN = ...").
+    std::string subject = ReadFile(certificates / "subject.txt");
+    subject = subject.substr(subject.find('=') + 1);
+    subject = subject.substr(subject.find_first_not_of(' '));
+    EXPECT_NE(fromPem.find("Subject: " + subject.substr(0, subject.find('\n')) + "\r\n"), std::string::npos) << fromPem;
     EXPECT_EQ(fromPem.find('\n'), fromPem.find("\r\n") + 1);
 
     std::string text;
@@ -135,8 +108,7 @@ TEST(CertificateTextTest, PrintsPemAndDerAndNamesWhatCannotBePrinted) {
     EXPECT_TRUE(PrintCertificate({}, text).Failed());
 }
 
-TEST(OnlineBackupDetailsTest, DescribesEachCertificateOfEachOnlineBackupFolder) {
-    if (!HaveOpenssl()) GTEST_SKIP() << "the openssl command makes the certificates; it is not on this system";
+TEST_F(ProductFixtures, OnlineBackupDetailsDescribeEachCertificateOfEachOnlineBackupFolder) {
     TempFolder temp;
     const fs::path maker = temp.path() / "Brendix";
     EXPECT_EQ(Common::WideToUtf8(WriteOnlineBackupDetails(maker).Message()), "No OnlineBackup folder is available");
@@ -145,11 +117,10 @@ TEST(OnlineBackupDetailsTest, DescribesEachCertificateOfEachOnlineBackupFolder) 
 
     const fs::path first = maker / "Cobaltine Home" / "OnlineBackup";
     const fs::path second = maker / "Other" / "OnlineBackup";
-    fs::create_directories(first);
-    fs::create_directories(second);
     fs::create_directories(first / "folder.crt");
-    MakeCertificate(first / "client.crt", first / "client.CRT.der", temp.path() / "client.key");
-    fs::rename(first / "client.CRT.der", first / "binary.CRT");
+    fs::create_directories(second);
+    fs::copy_file(certificates / "client.pem", first / "client.crt");
+    fs::copy_file(certificates / "client.der", first / "binary.CRT");
     WriteFile(first / "broken.crt", "-----BEGIN CERTIFICATE-----\nnot base64\n-----END CERTIFICATE-----\n");
     WriteFile(first / "notes.txt", "not a certificate file");
     ASSERT_TRUE(WriteOnlineBackupDetails(maker).Succeeded());
@@ -169,86 +140,51 @@ TEST(OnlineBackupDetailsTest, DescribesEachCertificateOfEachOnlineBackupFolder) 
     EXPECT_EQ(ReadFile(second / "online_backup.txt"), "Product version: 24.7.38530\r\n\r\n");
 }
 
-TEST(LinkCheckTest, SymbolicLinksAreLinksWhereverTheyPoint) {
-    TempFolder temp;
-    fs::create_directories(temp.path() / "folder");
-    WriteFile(temp.path() / "file", "x");
-    std::error_code ec;
-    fs::create_directory_symlink(temp.path() / "folder", temp.path() / "folder-link", ec);
-    if (ec) GTEST_SKIP() << "this system does not let the test make symbolic links: " << ec.message();
-    fs::create_symlink(temp.path() / "file", temp.path() / "file-link");
-    fs::create_symlink(temp.path() / "missing", temp.path() / "dangling-link");
-    EXPECT_TRUE(IsLink(temp.path() / "folder-link"));
-    EXPECT_TRUE(IsLink(temp.path() / "file-link"));
-    EXPECT_TRUE(IsLink(temp.path() / "dangling-link"));
-    EXPECT_FALSE(IsLink(temp.path() / "folder"));
-    EXPECT_FALSE(IsLink(temp.path() / "file"));
-    EXPECT_FALSE(IsLink(temp.path() / "missing"));
-}
-
-// A report run over product folders, read back from the archive.
-TEST(ProductDataReportTest, ArchiveHoldsRedactedMachineWideDataAndNothingBehindLinks) {
-    if (!HaveOpenssl()) GTEST_SKIP() << "the openssl command makes the certificates; it is not on this system";
-    TempFolder temp;
-    const fs::path common = temp.path() / "common";
-    const fs::path product = common / "Brendix" / "Cobaltine Home";
-    const fs::path outside = temp.path() / "private";
-    fs::create_directories(product / "Logs");
-    fs::create_directories(product / "OnlineBackup");
-    fs::create_directories(temp.path() / "user" / "Brendix");
-    fs::create_directories(outside);
-
-    const std::string log =
-        "2024-05-01 10:00:00 [info] Logon UserName: jdoe\r\n"
-        "2024-05-01 10:00:01 [info] Opened C:\\Users\\jdoe\\Documents\\tax.xlsx\r\n"
-        "2024-05-01 10:00:02 [info] Mail to john.doe@example.com sent\r\n"
-        "2024-05-01 10:00:03 [info] Password=Tr0ub4dor&3\r\n"
-        "2024-05-01 10:00:04 [info] <LocationLogin>jdoe@cloud</LocationLogin>\r\n";
-    WriteFile(product / "Logs" / "service.log", log);
-    WriteFile(product / "settings.ini", "[Cloud]\r\nServer=backup.example.net\r\nOBPassword=hunter2\r\nOBSessionPassword=s3ss10n\r\n");
-    MakeCertificate(product / "OnlineBackup" / "client.crt", temp.path() / "client.der", temp.path() / "client.key");
-    WriteFile(outside / "diary.txt", "my secret diary");
-    fs::create_directory_symlink(outside, product / "linked-folder");
-    fs::create_symlink(outside / "diary.txt", product / "linked-file.txt");
-    WriteFile(temp.path() / "user" / "Brendix" / "user.log", "Password=kept as it is\n");
-
-    auto folders = std::make_shared<FakeFolders>();
-    folders->common = common;
-    folders->user = temp.path() / "user";
-    folders->userName = L"jdoe";
-    ReportContext context;
-    context.folders = folders;
-    context.textFilter = std::make_shared<TextDataFilter>();
-    ReportManager manager;
-    manager.Add(std::make_shared<ReportProductData>(context));
-    ASSERT_TRUE(manager.Create(temp.path()).Succeeded());
-    ASSERT_TRUE(manager.SaveAs(temp.path() / "report.zip").Succeeded());
-
-    auto archive = TestSupport::ReadZip(temp.path() / "report.zip");
-    ASSERT_TRUE(archive.has_value());
-    const std::string machine = "Application Data/All Users/Brendix/Cobaltine Home/";
-    ASSERT_TRUE(archive->count(machine + "Logs/service.log"));
-    EXPECT_EQ(archive->at(machine + "Logs/service.log").data, FilterOracle::FilterText(log));
-    EXPECT_EQ(archive->at(machine + "Logs/service.log").data.find("jdoe"), std::string::npos);
-
-    ASSERT_TRUE(archive->count(machine + "OnlineBackup/online_backup.txt"));
-    const std::string details = ReadFile(product / "OnlineBackup" / "online_backup.txt");
-    EXPECT_EQ(archive->at(machine + "OnlineBackup/online_backup.txt").data, FilterOracle::FilterText(details));
-    EXPECT_NE(details.find("Filename: 'client.crt'"), std::string::npos);
-    // The certificate's body has no blanks: it is cut out of the copy.
-    EXPECT_NE(archive->at(machine + "OnlineBackup/client.crt").data.find("BEGIN CERTIFICATE----- *** -----END CERTIFICATE"),
-              std::string::npos);
-
-    ASSERT_TRUE(archive->count(machine + "settings.ini"));
-    EXPECT_NE(archive->at(machine + "settings.ini").data.find("Server=backup.example.net"), std::string::npos);
-    ASSERT_TRUE(archive->count("Application Data/jdoe/Brendix/user.log"));
-    EXPECT_EQ(archive->at("Application Data/jdoe/Brendix/user.log").data, "Password=kept as it is\n");
-    for (const auto& [name, entry] : *archive) {
-        EXPECT_EQ(entry.data.find("hunter2"), std::string::npos) << name;
-        EXPECT_EQ(entry.data.find("s3ss10n"), std::string::npos) << name;
-        EXPECT_EQ(entry.data.find("secret diary"), std::string::npos) << name;
-        EXPECT_EQ(name.find("linked"), std::string::npos) << name;
+// Links out of a product folder, the folder itself being one included, are never followed: not by
+// the folder copy, not by the online-backup details, not when writing the scrubbed copy of settings.
+// Under Wine only the links to folders are links; the planted copy is seen as a plain file.
+TEST_F(ProductFixtures, LinksAreNeverFollowed) {
+    const struct {
+        fs::path path;
+        bool link;
+    } cases[] = {
+        {links / "data" / "link-dir", true},       {links / "data" / "loop", true},
+        {links / "root-link", true},               {links / "root-link" / "", true},
+        {links / "data" / "link-file.txt", true}, {links / "data" / "dangling-link", true},
+        {links / "data", false},                   {links / "data" / "kept.txt", false},
+        {links / "missing", false},
+    };
+    for (const auto& entry : cases) {
+        if (entry.link && fs::symlink_status(entry.path).type() == fs::file_type::not_found) continue;
+        EXPECT_EQ(IsLink(entry.path), entry.link) << Common::PathToUtf8(entry.path);
     }
+
+    EXPECT_TRUE(WriteOnlineBackupDetails(links / "root-link").Failed());
+    EXPECT_FALSE(fs::exists(links / "outside" / "Cobaltine Home" / "OnlineBackup" / "online_backup.txt"));
+
+    struct FolderItem : Report {
+        FileEntries toAdd;
+        Common::Error Create(const fs::path&, FileEntries& entries) override {
+            entries.insert(entries.end(), toAdd.begin(), toAdd.end());
+            return {};
+        }
+    };
+    auto item = std::make_shared<FolderItem>();
+    item->toAdd = {{links / "data", L"d/", L"t", nullptr, true, true},
+                   {links / "root-link" / "", L"r/", L"t", nullptr, true, true},
+                   {links / "settings", L"s/", L"t", nullptr, true, true}};
+    TempFolder temp;
+    ReportManager manager;
+    manager.Add(item);
+    ASSERT_TRUE(manager.Create(temp.path()).Succeeded());
+    ASSERT_TRUE(manager.SaveAs(temp.path() / "r.zip").Succeeded());
+    auto archive = TestSupport::ReadZip(temp.path() / "r.zip");
+    ASSERT_TRUE(archive.has_value());
+    std::vector<std::string> names;
+    for (const auto& [name, entry] : *archive) names.push_back(name);
+    EXPECT_EQ(names, (std::vector<std::string>{"d/kept.txt", "s/s.ini"}));
+    EXPECT_EQ(archive->at("s/s.ini").data, "keep=1\r\n");
+    EXPECT_EQ(ReadFile(links / "outside" / "victim.ini"), "not to be overwritten");
 }
 
 }  // namespace
