@@ -93,7 +93,8 @@ std::string OnlineBackupDetailsText(const fs::path& onlineBackupFolder) {
 Common::Error WriteOnlineBackupDetails(const fs::path& makerFolder) {
     // A maker folder that is itself a link or junction would have the details written wherever it points.
     if (IsLink(makerFolder)) {
-        Common::Log::Warning("Link '" + Common::PathToUtf8(makerFolder) + "' is not followed; no online-backup details are written.");
+        Common::Log::Warning("Link '" + Common::PathToUtf8(makerFolder) +
+                             "' is not followed; no online-backup details are written.");
         return Common::Error::Make(Common::Codes::kOpenFile, L"The folder is a link.");
     }
     bool found = false;

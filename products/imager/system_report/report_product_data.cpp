@@ -14,7 +14,8 @@ namespace {
 
 // The details are a help to the reader only: whatever goes wrong in writing them, the folder is still taken.
 void DescribeOnlineBackup(const fs::path& makerFolder) {
-    if (Common::Error error = Common::CatchErrors([&] { return WriteOnlineBackupDetails(makerFolder); }); error.Failed()) {
+    const Common::Error error = Common::CatchErrors([&] { return WriteOnlineBackupDetails(makerFolder); });
+    if (error.Failed()) {
         Common::Log::WriteError(Common::Log::kDebug, "No online-backup details for '" + Common::PathToUtf8(makerFolder) + "': ",
                                 error);
     }

@@ -2,12 +2,11 @@
 # Fixtures of the product data tests, made on the host by real tools so that the Windows build reads them
 # under Wine through Z: as well: a certificate made by the openssl command (PEM, DER, and the subject as
 # openssl prints it), and a folder tree with symbolic links that point out of it. Wine 8 can make neither
-# links nor junctions and shows the host's links to files as plain files, so with "folder-links-only" (the
-# Windows build) only the links to folders are made.
-# Usage: make_product_fixtures.sh <folder> [folder-links-only]
+# links nor junctions and shows the host's links to files as plain files: for it only links to folders.
+# Usage: make_product_fixtures.sh <folder> linux|wine
 set -euo pipefail
 out=$1
-mode=${2:-}
+mode=$2
 
 rm -rf "$out"
 mkdir -p "$out/certificates" "$out/links/data" "$out/links/settings" "$out/links/outside/Cobaltine Home/OnlineBackup"
@@ -28,7 +27,7 @@ ln -s outside root-link
 printf 'OBPassword=hunter2\r\nkeep=1\r\n' >settings/s.ini
 printf 'not to be overwritten' >outside/victim.ini
 ln -s ../outside/victim.ini settings/s.ini.for_report
-if [[ $mode != folder-links-only ]]; then
+if [[ $mode == linux ]]; then
   ln -s ../outside/diary.txt data/link-file.txt
   ln -s ../missing data/dangling-link
 fi

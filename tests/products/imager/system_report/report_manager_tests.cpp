@@ -225,8 +225,7 @@ TEST_F(FolderEntryTest, FiltersApplyToEveryFileAndAFailingFilterLeavesTheFileOut
     }
 }
 
-// Reading a folder fails inside the C++ library's stream buffer on Linux and at opening on Windows:
-// either way an error, never an exception.
+// A folder fails to read on Linux (inside libstdc++'s stream buffer) and to open on Windows: an error either way.
 TEST(FilteredCopyFileTest, UnreadableSourceIsAnError) {
     TempFolder temp;
     std::string filtered;
