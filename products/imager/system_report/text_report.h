@@ -16,8 +16,9 @@ class TextReport : public Report {
 public:
     TextReport(std::wstring title, std::wstring fileName, TextProducer producer);
     // Creates `fileName` in the folder, runs the producer, and appends the entry (archive name = file
-    // name) unless the file could not be written. The producer's error is returned; the file it wrote
-    // so far is still archived, as a partial text is worth more than none.
+    // name) unless the file could not be created. A write that the disk did not take whole gives 0x40007
+    // "The disk is full." but does not stop the producer, and what reached the file is still archived;
+    // otherwise the producer's error is returned.
     Common::Error Create(const std::filesystem::path& folder, FileEntries& entries) override;
 
 private:

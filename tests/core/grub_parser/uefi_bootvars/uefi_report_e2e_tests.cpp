@@ -1,11 +1,16 @@
 // End to end on Linux: the built SystemReport with SYSTEM_REPORT_EFIVARS_DIR pointing at a fixture folder
-// puts the expected "uefi_vars.txt" into its archive, as read back by Info-ZIP's unzip.
+// puts the expected "uefi_vars.txt" into its archive, as read back by Info-ZIP's unzip; and the item keeps
+// what a disk that fills up took of its text.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 
+#include "products/imager/system_report/report_uefi_bootvars.h"
 #include "tests/core/grub_parser/uefi_bootvars/efivarfs_fixture.h"
+#include "tests/core/grub_parser/uefi_bootvars/uefi_fakes.h"
 #include "tests/support/zip_test_reader.h"
 
 namespace {
@@ -58,6 +63,28 @@ TEST_F(UefiReportEndToEnd, FixtureFolderGivesTheGoldenText) {
 
 TEST_F(UefiReportEndToEnd, NoEfivarfsGivesTheNotEnabledLines) {
     EXPECT_EQ(ReportText(work.path() / "no-such-folder", work.path()), UefiTest::NoUefiReportText(false));
+}
+
+// A file-size limit makes a disk that fills up: the write that crosses it is cut short, later ones fail.
+TEST(UefiReportItem, FileThatFillsUpIsArchivedWithWhatItTook) {
+    TestSupport::TempFolder folder;
+    auto store = std::make_shared<UefiTest::FakeVariableStore>();
+    store->values = UefiTest::FixtureVariables();
+    SystemReport::ReportUefiBootvars item(store);
+    SystemReport::FileEntries entries;
+    rlimit saved{};
+    getrlimit(RLIMIT_FSIZE, &saved);
+    rlimit limited{100, saved.rlim_max};
+    auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &limited);
+    Common::Error error = item.Create(folder.path(), entries);
+    setrlimit(RLIMIT_FSIZE, &saved);
+    std::signal(SIGXFSZ, handler);
+    EXPECT_EQ(error.Code(), 0x40007u);
+    EXPECT_EQ(error.Message(), L"The disk is full.");
+    ASSERT_EQ(entries.size(), 1u);
+    EXPECT_EQ(entries[0].archiveName, L"uefi_vars.txt");
+    EXPECT_EQ(TestSupport::ReadFile(entries[0].source), UefiTest::FixtureReportText().substr(0, 100));
 }
 
 }  // namespace
