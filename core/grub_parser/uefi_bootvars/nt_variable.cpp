@@ -10,8 +10,10 @@ namespace {
 
 constexpr std::uint32_t kFirstQueryBufferSize = 1024;
 constexpr std::uint32_t kFirstEnumerationBufferSize = 4096;
-// NextEntryOffset, then BOOT_ENTRY's Version, Length and Id.
-constexpr std::size_t kBootEntryRecordHeaderSize = 16;
+constexpr std::size_t kNextOffsetSize = 4;
+// BOOT_ENTRY's Version, Length and Id: what a record must hold for its id to be taken.
+constexpr std::uint32_t kBootEntryMinimumLength = 12;
+constexpr std::size_t kBootEntryRecordHeaderSize = kNextOffsetSize + kBootEntryMinimumLength;
 
 std::uint32_t U32At(std::span<const std::uint8_t> bytes, std::size_t offset) {
     return static_cast<std::uint32_t>(bytes[offset]) | static_cast<std::uint32_t>(bytes[offset + 1]) << 8 |
@@ -45,11 +47,12 @@ Common::Error WindowsVariable::ReadValue(std::vector<std::uint8_t>& data, std::u
     return {};
 }
 
-Common::Error WindowsVariable::WriteValue(std::span<const std::uint8_t> data, std::uint32_t attributes) {
+Common::Error WindowsVariable::Save() {
+    if (!Loaded()) return MakeNotLoadedError();
     if (Common::Error error = routines_->ObtainPrivilege(); error.Failed()) return error;
     if (Common::Error error = routines_->FindSetRoutine(); error.Failed()) return error;
     std::uint32_t status = 0;
-    if (Common::Error error = routines_->Set(Name(), VendorGuid(), data, attributes, status); error.Failed()) {
+    if (Common::Error error = routines_->Set(Name(), VendorGuid(), Data(), Attributes(), status); error.Failed()) {
         return error;
     }
     if (status != 0) return GetUefiErrorFromNtStatus(status, Name());
@@ -82,15 +85,14 @@ Common::Error WindowsVariableStore::EnumerateBootEntryIds(std::vector<std::uint1
 
 std::vector<std::uint16_t> ParseBootEntryList(std::span<const std::uint8_t> bytes) {
     std::vector<std::uint16_t> ids;
-    std::size_t position = 0;
-    while (position < bytes.size() && bytes.size() - position >= kBootEntryRecordHeaderSize) {
-        std::span<const std::uint8_t> record = bytes.subspan(position);
-        std::uint32_t next = U32At(record, 0);
-        std::uint32_t entryLength = U32At(record, 8);
-        ids.push_back(static_cast<std::uint16_t>(U32At(record, 12)));
-        std::uint64_t step = next != 0 ? next : static_cast<std::uint64_t>(entryLength) + 4;
-        if (step >= record.size()) break;
-        position += static_cast<std::size_t>(step);
+    std::span<const std::uint8_t> left = bytes;
+    while (left.size() >= kBootEntryRecordHeaderSize) {
+        std::uint32_t next = U32At(left, 0);
+        std::uint32_t entryLength = U32At(left, 8);
+        if (entryLength < kBootEntryMinimumLength || entryLength > left.size() - kNextOffsetSize) break;
+        ids.push_back(static_cast<std::uint16_t>(U32At(left, 12)));
+        if (next == 0 || next >= left.size()) break;
+        left = left.subspan(next);
     }
     return ids;
 }

@@ -40,10 +40,10 @@ class WindowsVariable final : public Variable {
 public:
     WindowsVariable(NativeRoutinesPtr routines, const Guid& vendor, std::wstring name, std::uint32_t attributes)
         : Variable(vendor, std::move(name), attributes), routines_(std::move(routines)) {}
+    Common::Error Save() override;
 
 protected:
     Common::Error ReadValue(std::vector<std::uint8_t>& data, std::uint32_t& attributes) override;
-    Common::Error WriteValue(std::span<const std::uint8_t> data, std::uint32_t attributes) override;
 
 private:
     NativeRoutinesPtr routines_;
@@ -71,9 +71,11 @@ private:
 };
 
 // The entry ids of the record list that NtEnumerateBootEntries wrote: each record is a 32-bit offset to
-// the next record followed by a BOOT_ENTRY (Version, Length, Id, ...); an offset of 0 stands for the
-// entry's Length plus the 4 bytes of the offset. The walk ends when the records have used up `bytes`, or
-// at a record that does not fit in what is left.
+// the next record followed by a BOOT_ENTRY (Version, Length, Id, ...). A next-offset of 0 marks the last
+// record, as in the system's other lists: the routine may report more bytes than its records fill, and a
+// zeroed tail walked as records would invent Boot0000 entries. The walk also stops at a record that does
+// not fit in what is left (its Length too short for Version, Length and Id, or past the end) and at an
+// offset that points past the end.
 std::vector<std::uint16_t> ParseBootEntryList(std::span<const std::uint8_t> bytes);
 
 }  // namespace Uefi

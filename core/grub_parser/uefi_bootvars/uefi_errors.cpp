@@ -40,4 +40,8 @@ Common::Error MakeMalformedError(std::source_location where) {
     return Common::Error::Make(Codes::kMalformed, L"", {}, where);
 }
 
+Common::Error MakeNotLoadedError(std::source_location where) {
+    return Common::Error::Make(Codes::kNotLoaded, L"", {}, where);
+}
+
 }  // namespace Uefi

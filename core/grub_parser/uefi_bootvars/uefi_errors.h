@@ -43,5 +43,7 @@ Common::Error MakeBootEntryError(const std::wstring& entryName, Common::Error ca
                                  std::source_location where = std::source_location::current());
 Common::Error MakeIncorrectBootPathError(std::source_location where = std::source_location::current());
 Common::Error MakeMalformedError(std::source_location where = std::source_location::current());
+// 0x12F0003 with no message: Save of a variable that holds no value.
+Common::Error MakeNotLoadedError(std::source_location where = std::source_location::current());
 
 }  // namespace Uefi

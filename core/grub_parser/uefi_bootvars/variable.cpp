@@ -18,11 +18,6 @@ Common::Error Variable::Load() {
     return {};
 }
 
-Common::Error Variable::Save() {
-    if (!loaded_) return Common::Error::Make(Codes::kNotLoaded, L"");
-    return WriteValue(data_, attributes_);
-}
-
 bool Variable::Exists() { return Load().Code() != Codes::kNotFound; }
 
 Common::Error Variable::GetData(std::span<const std::uint8_t>& data) {

@@ -27,8 +27,9 @@ public:
     // A failed read leaves the variable unloaded and its data unchanged.
     virtual Common::Error Load();
     // Writes the value (an empty value deletes the variable). Fails with 0x12F0003 and writes nothing
-    // while the variable holds no value, i.e. was neither read nor given one.
-    virtual Common::Error Save();
+    // while the variable holds no value, i.e. was neither read nor given one. Each backend makes that
+    // error itself, so that it names the backend's Save as its function.
+    virtual Common::Error Save() = 0;
 
     // False only when Load fails with "not found": a variable that could not be read for another reason
     // is not to be taken as absent (and recreated).
@@ -47,8 +48,8 @@ public:
 protected:
     // The platform's read; called by Load only while the variable is not loaded.
     virtual Common::Error ReadValue(std::vector<std::uint8_t>& data, std::uint32_t& attributes) = 0;
-    // The platform's write; called by Save only once the variable holds a value.
-    virtual Common::Error WriteValue(std::span<const std::uint8_t> data, std::uint32_t attributes) = 0;
+    // The value that Save writes.
+    const std::vector<std::uint8_t>& Data() const { return data_; }
 
 private:
     bool loaded_ = false;

@@ -2,6 +2,7 @@
 #include "core/grub_parser/uefi_bootvars/variable_efivarfs.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <cerrno>
 #include <cstdlib>
 
+#include "core/common/log.h"
 #include "core/common/strings.h"
 #include "core/grub_parser/uefi_bootvars/uefi_errors.h"
 
@@ -19,6 +21,11 @@ constexpr const char* kDefaultRoot = "/sys/firmware/efi/efivars";
 // EFIVARFS_MAGIC of <linux/magic.h>.
 constexpr unsigned long kEfivarfsMagic = 0xde5e81e4;
 constexpr std::size_t kAttributesSize = 4;
+// The root may be any folder (SYSTEM_REPORT_EFIVARS_DIR), so a variable file is read only up to a bound.
+// A firmware's whole variable store holds some 64 to 256 KiB and one variable is far smaller (a boot
+// entry is a few hundred bytes), so 1 MiB passes every real variable while a huge file, or one that
+// never ends, is refused before it takes the memory.
+constexpr std::size_t kMaximumFileSize = 1024 * 1024;
 
 class ScopedDescriptor {
 public:
@@ -60,11 +67,39 @@ public:
     EfivarfsVariable(std::filesystem::path root, const Guid& vendor, std::wstring name, std::uint32_t attributes)
         : Variable(vendor, std::move(name), attributes), root_(std::move(root)) {}
 
+    Common::Error Save() override {
+        if (!Loaded()) return MakeNotLoadedError();
+        if (!RootExists(root_)) return MakeNotImplementedError();
+        std::filesystem::path path = VariablePath(root_, Name(), VendorGuid());
+        if (Data().empty()) {
+            if (unlink(path.c_str()) != 0) return ErrorFromErrno(errno, Name());
+            return {};
+        }
+        std::uint32_t attributes = Attributes();
+        std::vector<std::uint8_t> bytes{static_cast<std::uint8_t>(attributes), static_cast<std::uint8_t>(attributes >> 8),
+                                        static_cast<std::uint8_t>(attributes >> 16),
+                                        static_cast<std::uint8_t>(attributes >> 24)};
+        bytes.insert(bytes.end(), Data().begin(), Data().end());
+        int flags = O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | (IsEfivarfs(root_) ? 0 : O_TRUNC);
+        ScopedDescriptor file(open(path.c_str(), flags, 0644));
+        if (file.get() < 0) return MakeBootEntryError(Name(), Common::Error::AddErrno(errno));
+        ssize_t written = write(file.get(), bytes.data(), bytes.size());
+        if (written < 0) return MakeBootEntryError(Name(), Common::Error::AddErrno(errno));
+        if (static_cast<std::size_t>(written) != bytes.size()) return MakeBootEntryError(Name(), Common::Error::AddErrno(EIO));
+        return {};
+    }
+
 protected:
     Common::Error ReadValue(std::vector<std::uint8_t>& data, std::uint32_t& attributes) override {
         if (!RootExists(root_)) return MakeNotImplementedError();
-        ScopedDescriptor file(open(VariablePath(root_, Name(), VendorGuid()).c_str(), O_RDONLY | O_CLOEXEC));
+        std::filesystem::path path = VariablePath(root_, Name(), VendorGuid());
+        // Neither a link (to /dev/zero, say) is followed nor a FIFO waited on: only a regular file of a
+        // bounded size is read; anything else is an unreadable variable.
+        ScopedDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
         if (file.get() < 0) return ErrorFromErrno(errno, Name());
+        struct stat info {};
+        if (fstat(file.get(), &info) != 0) return ErrorFromErrno(errno, Name());
+        if (!S_ISREG(info.st_mode)) return Unreadable(path, "is not a regular file");
         std::vector<std::uint8_t> bytes;
         std::uint8_t chunk[4096];
         for (;;) {
@@ -73,6 +108,7 @@ protected:
             if (got < 0) return ErrorFromErrno(errno, Name());
             if (got == 0) break;
             bytes.insert(bytes.end(), chunk, chunk + got);
+            if (bytes.size() > kMaximumFileSize) return Unreadable(path, "is larger than 1 MiB");
         }
         // Every efivarfs file starts with the attributes; a shorter one is no variable.
         if (bytes.size() < kAttributesSize) return MakeBootEntryError(Name(), MakeMalformedError());
@@ -82,27 +118,13 @@ protected:
         return {};
     }
 
-    Common::Error WriteValue(std::span<const std::uint8_t> data, std::uint32_t attributes) override {
-        if (!RootExists(root_)) return MakeNotImplementedError();
-        std::filesystem::path path = VariablePath(root_, Name(), VendorGuid());
-        if (data.empty()) {
-            if (unlink(path.c_str()) != 0) return ErrorFromErrno(errno, Name());
-            return {};
-        }
-        std::vector<std::uint8_t> bytes{static_cast<std::uint8_t>(attributes), static_cast<std::uint8_t>(attributes >> 8),
-                                        static_cast<std::uint8_t>(attributes >> 16),
-                                        static_cast<std::uint8_t>(attributes >> 24)};
-        bytes.insert(bytes.end(), data.begin(), data.end());
-        int flags = O_WRONLY | O_CREAT | O_CLOEXEC | (IsEfivarfs(root_) ? 0 : O_TRUNC);
-        ScopedDescriptor file(open(path.c_str(), flags, 0644));
-        if (file.get() < 0) return MakeBootEntryError(Name(), Common::Error::AddErrno(errno));
-        ssize_t written = write(file.get(), bytes.data(), bytes.size());
-        if (written < 0) return MakeBootEntryError(Name(), Common::Error::AddErrno(errno));
-        if (static_cast<std::size_t>(written) != bytes.size()) return MakeBootEntryError(Name(), Common::Error::AddErrno(EIO));
-        return {};
+private:
+    Common::Error Unreadable(const std::filesystem::path& path, const char* why) {
+        Common::Log::Warning("The firmware variable file '" + Common::PathToUtf8(path) + "' " + why +
+                             "; it is not read.");
+        return MakeBootEntryError(Name());
     }
 
-private:
     std::filesystem::path root_;
 };
 

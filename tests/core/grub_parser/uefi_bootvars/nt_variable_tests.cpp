@@ -7,7 +7,10 @@
 
 namespace {
 
+using ::testing::AllOf;
+using ::testing::Contains;
 using ::testing::ElementsAre;
+using ::testing::Field;
 using namespace UefiTest;
 
 struct Backend {
@@ -90,6 +93,9 @@ TEST(WindowsVariable, SaveNeedsAValueAndSetDataOrRemoveGiveOne) {
     Uefi::VariablePtr fresh = backend.Variable(L"Boot0004");
     Common::Error error = fresh->Save();
     EXPECT_EQ(error.Code(), Uefi::Codes::kNotLoaded);
+    EXPECT_EQ(error.Message(), L"");
+    EXPECT_THAT(error.Fields(), Contains(AllOf(Field(&Common::ErrorField::name, "$func"),
+                                               Field(&Common::ErrorField::text, "Uefi::WindowsVariable::Save"))));
     EXPECT_TRUE(backend.routines->calls.empty()) << "nothing is written";
 
     ASSERT_TRUE(fresh->SetData(Bytes{5, 6}).Succeeded());
@@ -124,22 +130,17 @@ TEST(BootEntriesEnumeratorWindows, ListsIdsInFirmwareOrderGrowingItsBuffer) {
 }
 
 TEST(ParseBootEntryList, WalksRecordsByTheirOffsetsAndStopsAtBadOnes) {
-    // A zero next-offset stands for Length + 4; ids are the low 16 bits.
-    EXPECT_EQ(Uefi::ParseBootEntryList(Concat({BootEntryRecord(24, 3), BootEntryRecord(0, 1), BootEntryRecord(0, 0x10007)})),
-              (std::vector<std::uint16_t>{3, 1, 7}));
-    // An offset past the end, a record cut short, a Length whose sum with 4 passes 32 bits.
-    EXPECT_EQ(Uefi::ParseBootEntryList(Concat({BootEntryRecord(5000, 2), BootEntryRecord(0, 9)})), (std::vector<std::uint16_t>{2}));
-    EXPECT_EQ(Uefi::ParseBootEntryList(Concat({BootEntryRecord(24, 4), Bytes(10, 0)})), (std::vector<std::uint16_t>{4}));
-    EXPECT_EQ(Uefi::ParseBootEntryList(Concat({BootEntryRecord(0, 8, 0xFFFFFFFF), BootEntryRecord(0, 9)})),
-              (std::vector<std::uint16_t>{8}));
-}
-
-TEST(BootEntryVariableName, FourUpperCaseHexDigits) {
-    EXPECT_EQ(Uefi::BootEntryVariableName(0x00AB), L"Boot00AB");
-    EXPECT_EQ(Uefi::ParseBootEntryVariableName(L"BootFFFF"), 0xFFFF);
-    for (const wchar_t* other : {L"Boot00ab", L"BootNext", L"boot0001", L"Boot001", L"Boot00012"}) {
-        EXPECT_FALSE(Uefi::ParseBootEntryVariableName(other).has_value());
-    }
+    const std::pair<Bytes, std::vector<std::uint16_t>> cases[] = {
+        // Ids are the low 16 bits; a zero next-offset ends the list, though the routine's count goes on.
+        {Concat({BootEntryRecord(24, 3), BootEntryRecord(24, 0x10007), BootEntryRecord(0, 1), BootEntryRecord(0, 9)}), {3, 7, 1}},
+        // An offset past the end; a record cut short; a zeroed record; a Length past the end.
+        {Concat({BootEntryRecord(5000, 2), BootEntryRecord(0, 9)}), {2}},
+        {Concat({BootEntryRecord(24, 4), Bytes(10, 0)}), {4}},
+        {Concat({BootEntryRecord(24, 4), Bytes(24, 0)}), {4}},
+        {Concat({BootEntryRecord(24, 5), BootEntryRecord(0, 8, 21)}), {5}},
+        {BootEntryRecord(0, 8, 0xFFFFFFFF), {}},
+    };
+    for (const auto& [bytes, ids] : cases) EXPECT_EQ(Uefi::ParseBootEntryList(bytes), ids);
 }
 
 }  // namespace

@@ -44,6 +44,7 @@ private:
     public:
         Variable(FakeVariableStore& store, const Uefi::Guid& vendor, std::wstring name, std::uint32_t attributes)
             : Uefi::Variable(vendor, std::move(name), attributes), store_(store) {}
+        Common::Error Save() override { return {}; }
 
     protected:
         Common::Error ReadValue(std::vector<std::uint8_t>& data, std::uint32_t&) override {
@@ -54,7 +55,6 @@ private:
             data = value->second;
             return {};
         }
-        Common::Error WriteValue(std::span<const std::uint8_t>, std::uint32_t) override { return {}; }
 
     private:
         FakeVariableStore& store_;
