@@ -37,7 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Uefi::ByteReader reader(bytes);
     options.Fill(reader);
     // A failed Fill leaves a partial object; its queries must still be safe.
-    std::wstring text;
+    std::u16string text;
     std::uint32_t number = 0;
     std::uint64_t extent = 0;
     Uefi::Guid guid;

@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "core/common/log.h"
-#include "core/common/strings.h"
 #include "core/grub_parser/uefi_bootvars/boot_order.h"
 
 namespace Uefi {
@@ -66,11 +65,10 @@ void WriteBootOrder(std::ostream& out, VariableStore& store) {
 
 }  // namespace
 
-std::string NarrowToLowBytes(std::wstring_view text) {
-    std::string units = Common::WideToUtf16Le(text);
+std::string NarrowToLowBytes(std::u16string_view text) {
     std::string narrow;
-    narrow.reserve(units.size() / 2);
-    for (std::size_t i = 0; i < units.size(); i += 2) narrow += units[i];
+    narrow.reserve(text.size());
+    for (char16_t unit : text) narrow += static_cast<char>(unit & 0xFF);
     return narrow;
 }
 
@@ -93,10 +91,10 @@ Common::Error BuildBootEntryText(BootEntry& entry, std::string& text) {
 
     std::shared_ptr<LoadOptions> options;
     if (Common::Error error = entry.GetLoadOptions(options); error.Failed()) return error;
-    auto narrow = [](const std::wstring& value) { return NarrowToLowBytes(value); };
+    auto narrow = [](const std::u16string& value) { return NarrowToLowBytes(value); };
     auto decimal = [](auto value) { return std::to_string(value); };
-    block += FieldLine<std::wstring>("Description:", [&](auto& v) { return options->GetDescription(v); }, narrow);
-    block += FieldLine<std::wstring>("Path:", [&](auto& v) { return options->GetPath(v); }, narrow);
+    block += FieldLine<std::u16string>("Description:", [&](auto& v) { return options->GetDescription(v); }, narrow);
+    block += FieldLine<std::u16string>("Path:", [&](auto& v) { return options->GetPath(v); }, narrow);
     block += FieldLine<Guid>("GUID:", [&](auto& v) { return options->GetPartitionGUID(v); }, FormatPartitionGuid);
     block += FieldLine<std::uint32_t>(
         "Partition number:", [&](auto& v) { return options->GetPartitionNumber(v); },

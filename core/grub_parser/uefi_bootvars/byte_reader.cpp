@@ -28,6 +28,20 @@ bool ByteReader::ReadU16(std::uint16_t& out) { return ReadLittleEndian(*this, ou
 bool ByteReader::ReadU32(std::uint32_t& out) { return ReadLittleEndian(*this, out); }
 bool ByteReader::ReadU64(std::uint64_t& out) { return ReadLittleEndian(*this, out); }
 
+std::u16string Utf16UpToZero(std::span<const std::uint8_t> bytes, bool& terminated) {
+    std::u16string text;
+    terminated = false;
+    for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
+        auto unit = static_cast<char16_t>(bytes[i] | bytes[i + 1] << 8);
+        if (unit == 0) {
+            terminated = true;
+            break;
+        }
+        text += unit;
+    }
+    return text;
+}
+
 bool ByteReader::StepBack(std::size_t count) {
     if (count > position_) return false;
     position_ -= count;

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string>
 
 namespace Uefi {
 
@@ -29,5 +30,10 @@ private:
     std::span<const std::uint8_t> bytes_;
     std::size_t position_ = 0;
 };
+
+// The little-endian UTF-16 units of `bytes` up to the first zero unit, not included; `terminated` tells
+// whether there was one. An odd last byte is no unit. The units are kept as they are (a lone surrogate
+// too), so that every platform gives the report the same bytes.
+std::u16string Utf16UpToZero(std::span<const std::uint8_t> bytes, bool& terminated);
 
 }  // namespace Uefi

@@ -2,9 +2,7 @@
 #include "core/grub_parser/uefi_bootvars/device_path_node.h"
 
 #include <algorithm>
-#include <string_view>
 
-#include "core/common/strings.h"
 #include "core/grub_parser/uefi_bootvars/uefi_errors.h"
 
 namespace Uefi {
@@ -70,18 +68,16 @@ std::uint8_t HardDrivePathNode::SignatureType() const { return bytes_[kSignature
 Common::Error FileDevicePathNode::CreateInstance(const DevicePathHeader& header, ByteReader& reader,
                                                  DevicePathNodePtr& node) {
     if (header.length < kMinimumSize) return MakeMalformedError();
+    // PathName is CHAR16[]: a body of odd length holds no UTF-16 text, so the node fails. The UEFI
+    // specification calls PathName null-terminated and sizes it by the node's Length; a body without the
+    // zero unit is taken whole, because the Length bounds the text and a path shown is worth more to the
+    // report than an entry dropped.
+    std::size_t bodyLength = header.length - kDevicePathHeaderSize;
+    if (bodyLength % 2 != 0) return MakeMalformedError();
     std::span<const std::uint8_t> body;
-    if (!reader.Read(header.length - kDevicePathHeaderSize, body)) return MakeMalformedError();
-    // PathName is null-terminated; a body without the zero still gives its whole text.
-    std::size_t units = body.size() / 2;
-    for (std::size_t i = 0; i < units; ++i) {
-        if (body[2 * i] == 0 && body[2 * i + 1] == 0) {
-            units = i;
-            break;
-        }
-    }
-    std::string_view text(reinterpret_cast<const char*>(body.data()), units * 2);
-    node = DevicePathNodePtr(new FileDevicePathNode(header, Common::Utf16LeToWide(text)));
+    if (!reader.Read(bodyLength, body)) return MakeMalformedError();
+    bool terminated = false;
+    node = DevicePathNodePtr(new FileDevicePathNode(header, Utf16UpToZero(body, terminated)));
     return {};
 }
 

@@ -83,12 +83,13 @@ class FileDevicePathNode final : public EfiDevicePathNode {
 public:
     static constexpr std::size_t kMinimumSize = 6;
     static Common::Error CreateInstance(const DevicePathHeader& header, ByteReader& reader, DevicePathNodePtr& node);
-    const std::wstring& PathName() const { return pathName_; }
+    // The UTF-16 units as stored.
+    const std::u16string& PathName() const { return pathName_; }
 
 private:
-    FileDevicePathNode(const DevicePathHeader& header, std::wstring pathName)
+    FileDevicePathNode(const DevicePathHeader& header, std::u16string pathName)
         : EfiDevicePathNode(header), pathName_(std::move(pathName)) {}
-    std::wstring pathName_;
+    std::u16string pathName_;
 };
 
 // End of a path instance or of the whole path (type 0x7F, any subtype).

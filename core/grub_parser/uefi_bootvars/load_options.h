@@ -19,12 +19,14 @@ inline constexpr std::uint32_t kUnknown = 0x8000;
 
 // Each getter fills its output only on success. The partition queries look at the first hard-drive node,
 // GetPath at the first file-path node; without one they fail with 0x12F0005 "Incorrect boot path.".
+// Texts are the stored UTF-16 units, unconverted: on Linux a wide string would turn a lone surrogate
+// into U+FFFD, and the report's low-byte narrowing would then differ from Windows'.
 class LoadOptions {
 public:
     virtual ~LoadOptions() = default;
     virtual Common::Error Fill(ByteReader& reader) = 0;
-    virtual Common::Error GetDescription(std::wstring& description) const = 0;
-    virtual Common::Error GetPath(std::wstring& path) const = 0;
+    virtual Common::Error GetDescription(std::u16string& description) const = 0;
+    virtual Common::Error GetPath(std::u16string& path) const = 0;
     virtual Common::Error GetPartitionNumber(std::uint32_t& number) const = 0;
     virtual Common::Error GetPartitionStart(std::uint64_t& start) const = 0;
     virtual Common::Error GetPartitionSize(std::uint64_t& size) const = 0;

@@ -1,9 +1,6 @@
 // The load option decoder and its queries.
 #include "core/grub_parser/uefi_bootvars/load_options_impl.h"
 
-#include <string_view>
-
-#include "core/common/strings.h"
 #include "core/grub_parser/uefi_bootvars/device_path_factory.h"
 #include "core/grub_parser/uefi_bootvars/uefi_errors.h"
 
@@ -25,17 +22,13 @@ Common::Error MakeIncorrectSignatureError(std::source_location where = std::sour
 }
 
 // Description is a null-terminated UTF-16 string; the cursor moves past its zero.
-bool ReadDescription(ByteReader& reader, std::wstring& description) {
-    std::span<const std::uint8_t> rest = reader.Rest();
-    for (std::size_t unit = 0; 2 * unit + 1 < rest.size(); ++unit) {
-        if (rest[2 * unit] == 0 && rest[2 * unit + 1] == 0) {
-            std::string_view text(reinterpret_cast<const char*>(rest.data()), 2 * unit);
-            description = Common::Utf16LeToWide(text);
-            std::span<const std::uint8_t> consumed;
-            return reader.Read(2 * unit + 2, consumed);
-        }
-    }
-    return false;
+bool ReadDescription(ByteReader& reader, std::u16string& description) {
+    bool terminated = false;
+    std::u16string text = Utf16UpToZero(reader.Rest(), terminated);
+    std::span<const std::uint8_t> consumed;
+    if (!terminated || !reader.Read(2 * text.size() + 2, consumed)) return false;
+    description = std::move(text);
+    return true;
 }
 
 }  // namespace
@@ -67,12 +60,12 @@ Common::Error LoadOptionsImpl::Fill(ByteReader& reader) {
     return {};
 }
 
-Common::Error LoadOptionsImpl::GetDescription(std::wstring& description) const {
+Common::Error LoadOptionsImpl::GetDescription(std::u16string& description) const {
     description = description_;
     return {};
 }
 
-Common::Error LoadOptionsImpl::GetPath(std::wstring& path) const {
+Common::Error LoadOptionsImpl::GetPath(std::u16string& path) const {
     const auto* node = FindFirst<FileDevicePathNode>(nodes_, DevicePathType::kMedia, MediaSubType::kFilePath);
     if (!node) return MakeIncorrectBootPathError();
     path = node->PathName();

@@ -15,8 +15,8 @@ public:
     // EFI_LOAD_OPTION); OptionalData is left undecoded. A failure leaves a partial state: discard the object.
     Common::Error Fill(ByteReader& reader) override;
 
-    Common::Error GetDescription(std::wstring& description) const override;
-    Common::Error GetPath(std::wstring& path) const override;
+    Common::Error GetDescription(std::u16string& description) const override;
+    Common::Error GetPath(std::u16string& path) const override;
     Common::Error GetPartitionNumber(std::uint32_t& number) const override;
     Common::Error GetPartitionStart(std::uint64_t& start) const override;
     Common::Error GetPartitionSize(std::uint64_t& size) const override;
@@ -35,7 +35,7 @@ private:
 
     std::uint32_t attributes_ = 0;
     std::uint16_t pathListLength_ = 0;
-    std::wstring description_;
+    std::u16string description_;
     std::vector<DevicePathNodePtr> nodes_;
     std::vector<std::uint8_t> trailingBytes_;
 };

@@ -3,7 +3,6 @@
 
 #include <sstream>
 
-#include "core/grub_parser/uefi_bootvars/boot_order.h"
 #include "core/grub_parser/uefi_bootvars/bootvars_report.h"
 #include "core/grub_parser/uefi_bootvars/load_options_impl.h"
 #include "tests/core/grub_parser/uefi_bootvars/uefi_fakes.h"
@@ -32,12 +31,7 @@ TEST(UefiBootVariablesReport, FixtureMachine) {
 }
 
 TEST(UefiBootVariablesReport, SectionsThatCannotBeObtained) {
-    FakeVariableStore none;
-    none.allowed = false;
-    none.enumerateError = Uefi::MakeNotImplementedError();
-    EXPECT_EQ(Report(none), NoUefiReportText(false));
-
-    // No entries and no BootOrder variable.
+    // No entries and no BootOrder variable (a system without UEFI is the end-to-end runs').
     FakeVariableStore empty;
     EXPECT_EQ(Report(empty), "Boot variables are allowed on this system" + kSeparator + "Boot variables information:" +
                                  kSeparator + "Could not obtain Boot Order, UEFI is not enabled");
@@ -52,14 +46,17 @@ TEST(UefiBootVariablesReport, SectionsThatCannotBeObtained) {
 }
 
 TEST(UefiBootVariablesReport, FieldLines) {
-    // Low bytes of the UTF-16 units: U+00E9 stays, U+0142 gives 'B', U+4E2D '-', U+1F600 '=' and 0.
-    std::string text = ReportOfOneEntry(LoadOption(1, u"Caf\u00e9 \u0142\u4e2d \U0001F600", EndNode()));
-    EXPECT_NE(text.find("Description: Caf\xE9 B- =\0\r\n"s), std::string::npos);
+    // Low bytes of the UTF-16 units: U+00E9 stays, U+0142 gives 'B', U+4E2D '-', U+1F600 '=' and 0, and a
+    // lone surrogate its own low byte (not that of U+FFFD).
+    std::string text = ReportOfOneEntry(LoadOption(1, u"Caf\u00e9 \u0142\u4e2d \U0001F600\xDC41", EndNode()));
+    EXPECT_NE(text.find("Description: Caf\xE9 B- =\0A\r\n"s), std::string::npos);
     EXPECT_NE(text.find("Partition Size: Unknown\r\nHex dump\r\n01 00 00 00 04 00 43 00 61 00 "), std::string::npos);
 
-    // A line past the formatter's 1,024 bytes is cut to 1,023; partition numbers keep their low 16 bits.
-    text = ReportOfOneEntry(LoadOption(1, std::u16string(2000, u'a'), Concat({HardDriveNode(0x10005, 1, 2, {}, 1), EndNode()})));
-    EXPECT_NE(text.find("Description: " + std::string(1010, 'a') + "\r\nPath: Unknown\r\n"), std::string::npos);
+    // A line past the formatter's 1,024 bytes is cut to 1,023; partition numbers keep their low 16 bits; a
+    // file path without its zero unit is taken whole.
+    text = ReportOfOneEntry(LoadOption(1, std::u16string(2000, u'a'), Concat({HardDriveNode(0x10005, 1, 2, {}, 1),
+                                                                              Node(4, 4, Utf16(u"\\x.efi", false)), EndNode()})));
+    EXPECT_NE(text.find("Description: " + std::string(1010, 'a') + "\r\nPath: \\x.efi\r\n"), std::string::npos);
     EXPECT_NE(text.find("GUID: Unknown\r\nPartition number: 5\r\nBegin: 1\r\nPartition Size: 2\r\n"), std::string::npos);
 }
 
@@ -82,17 +79,6 @@ TEST(BuildBootEntryText, EmptyRawValueHasNoHexDump) {
     ASSERT_TRUE(Uefi::BuildBootEntryText(entry, text).Succeeded());
     EXPECT_EQ(text, "---- 7 ----\r\nDescription: \r\nPath: Unknown\r\nGUID: Unknown\r\nPartition number: Unknown\r\n"
                     "Begin: Unknown\r\nPartition Size: Unknown\r\n\r\n");
-}
-
-TEST(BootOrder, OddLengthDropsTheLastByteAndReadsNoEntry) {
-    FakeVariableStore store;
-    store.values[L"BootOrder"] = {0x03, 0x00, 0x0A, 0x00, 0x01};
-    std::shared_ptr<Uefi::BootOrder> order;
-    ASSERT_TRUE(Uefi::GetBootOrder(store, order).Succeeded());
-    std::vector<std::uint16_t> numbers;
-    for (const Uefi::BootEntryPtr& entry : *order) numbers.push_back(entry->GetNumber());
-    EXPECT_EQ(numbers, (std::vector<std::uint16_t>{3, 10}));
-    EXPECT_EQ(store.reads, 1);
 }
 
 }  // namespace

@@ -19,7 +19,6 @@ public:
     std::map<std::wstring, Common::Error> readErrors;  // names listed as entries but unreadable
     Common::Error enumerateError;
     bool allowed = true;
-    int reads = 0;
 
     bool BootVariablesAllowed() override { return allowed; }
     Uefi::VariablePtr CreateVariable(const Uefi::Guid& vendor, std::wstring name, std::uint32_t attributes) override {
@@ -48,7 +47,6 @@ private:
 
     protected:
         Common::Error ReadValue(std::vector<std::uint8_t>& data, std::uint32_t&) override {
-            ++store_.reads;
             if (auto error = store_.readErrors.find(Name()); error != store_.readErrors.end()) return error->second;
             auto value = store_.values.find(Name());
             if (value == store_.values.end()) return Uefi::MakeNotFoundError(Name());

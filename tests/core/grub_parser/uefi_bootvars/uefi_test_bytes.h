@@ -78,11 +78,12 @@ inline const std::string kSeparator = "\r\n\r\n***\r\n\r\n";
 
 // Boot0000: GPT disk and file path; Boot0001: undecodable (no zero after its description); Boot0002:
 // network boot, no hard-drive or file node; Boot000A: MBR disk, partition number 0x10002; BootOrder names
-// 000A, 0000, 0002, 0007 (no such entry) and 0001.
+// 000A, 0000, 0002, 0007 (no such entry) and 0001, then holds an odd byte that names nothing.
 inline std::map<std::wstring, Bytes> FixtureVariables() {
     Bytes undecodable{1, 0, 0, 0, 4, 0};
     Bytes order;
     for (std::uint16_t number : {0x000A, 0x0000, 0x0002, 0x0007, 0x0001}) PutU16(order, number);
+    order.push_back(0x05);
     return {
         {L"Boot0000", LoadOption(1, u"Windows Boot Manager",
                                  Concat({HardDriveNode(1, 2048, 204800, GptSignature(), 2),
