@@ -24,18 +24,25 @@ ReportContext MakeRunContext() {
     return context;
 }
 
+std::vector<ReportPtr> MakeReportItems(ReportContext& context, ReportPtr locations) {
+    std::vector<ReportPtr> items{
+        std::make_shared<ReportDisk>(),
+        std::make_shared<ReportUefiBootvars>(),
+        std::make_shared<ReportVersion>(),
+        std::make_shared<ReportSchedMgr>(Common::ExecutablePath().parent_path()),
+        std::make_shared<ReportUserGroups>(),
+        std::make_shared<ReportProductData>(context),
+    };
+    for (ReportPtr& item : MakeSystemToolItems(context)) items.push_back(std::move(item));
+    items.push_back(std::move(locations));
+    return items;
+}
+
 void AddReportItems(ReportManager& manager, ReportContext& context) {
     // Made first so that its network discovery runs while the other items work; added last.
     std::shared_ptr<ReportLocations> locations = MakeReportLocations();
     DaApi::Initialize();
-    manager.Add(std::make_shared<ReportDisk>());
-    manager.Add(std::make_shared<ReportUefiBootvars>());
-    manager.Add(std::make_shared<ReportVersion>());
-    manager.Add(std::make_shared<ReportSchedMgr>(Common::ExecutablePath().parent_path()));
-    manager.Add(std::make_shared<ReportUserGroups>());
-    manager.Add(std::make_shared<ReportProductData>(context));
-    for (ReportPtr& item : MakeSystemToolItems(context)) manager.Add(std::move(item));
-    manager.Add(locations);
+    for (ReportPtr& item : MakeReportItems(context, locations)) manager.Add(std::move(item));
 }
 
 Common::Error GenerateReport(const std::filesystem::path& fileName) {

@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <vector>
 
 #include "core/common/error.h"
 #include "products/imager/system_report/report_context.h"
@@ -13,7 +14,11 @@ namespace SystemReport {
 // The context of a run on this machine: one instance of each filter, the system's folders.
 ReportContext MakeRunContext();
 
-// Adds the items in the order in which they run; `manager` must not hold any yet.
+// The run's items in the order in which they run, `locations` last; making them starts no work.
+std::vector<ReportPtr> MakeReportItems(ReportContext& context, ReportPtr locations);
+
+// Makes the locations item, whose discovery starts at once, readies the disk-access interface, and adds
+// the items in the order in which they run; `manager` must not hold any yet.
 void AddReportItems(ReportManager& manager, ReportContext& context);
 
 // Builds the list, creates the report and saves it as `fileName`.

@@ -1,5 +1,5 @@
 // The operating-system tool items with a fake starter: what each runs, byte for byte, the entry it makes,
-// the rules of System Information's executable, and which items a run has on which system.
+// the rules of System Information's executable, and where they stand in a run's list on which system.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -10,9 +10,10 @@
 
 #include "core/common/strings.h"
 #include "products/imager/system_report/report_event_logs.h"
+#include "products/imager/system_report/report_generation.h"
 #include "products/imager/system_report/report_msinfo32.h"
 #include "products/imager/system_report/report_registry_keys.h"
-#include "products/imager/system_report/report_system_tools.h"
+#include "products/imager/system_report/report_user_groups.h"
 #include "products/imager/system_report/report_user_rights.h"
 #include "products/imager/system_report/report_wmi_pnp.h"
 
@@ -247,30 +248,37 @@ TEST(ReportMSInfo32Test, ChoosesItsExecutableByVersionServiceAndProgramFolder) {
     }
 }
 
-std::vector<std::string> ItemTypes(bool wow64, bool preinstallation) {
-    ReportContext context;
-    context.systemProbe = std::make_shared<FakeProbe>(wow64, preinstallation);
-    std::vector<std::string> types;
-    for (const ReportPtr& item : MakeSystemToolItems(context)) {
-        const Report& report = *item;
-        types.push_back(typeid(report).name());
-    }
-    return types;
-}
-
 template <typename... Items>
 std::vector<std::string> Types() {
     return {typeid(Items).name()...};
 }
 
-TEST(SystemToolItemsTest, TheListDependsOnWow64AndThePreinstallationEnvironment) {
-    EXPECT_EQ(ItemTypes(false, false),
-              (Types<ReportSysLog, ReportAppLog, ReportUserRights, ReportRegistryKeys, ReportMSInfo32>()));
-    EXPECT_EQ(ItemTypes(true, false), (Types<ReportSysLog, ReportAppLog, ReportUserRights, ReportRegistryKeys,
-                                             ReportRegistryKeys64, ReportMSInfo32>()));
-    EXPECT_EQ(ItemTypes(true, true),
-              (Types<ReportSysLog, ReportAppLog, ReportUserRights, ReportRegistryKeys, ReportRegistryKeys64,
-                     ReportMSInfo32, ReportWmiPnpAll, ReportWmiPnpVen, ReportWmiPnpStorageAndNetwork>()));
+// The tool items of a run's whole list, which must end with the locations item (a stand-in here, as the
+// real one would start network discovery).
+std::vector<std::string> ToolItemTypes(bool wow64, bool preinstallation) {
+    ReportContext context;
+    context.systemProbe = std::make_shared<FakeProbe>(wow64, preinstallation);
+    auto locations = std::make_shared<ReportUserGroups>();
+    std::vector<ReportPtr> items = MakeReportItems(context, locations);
+    EXPECT_EQ(items.back(), locations);
+    std::vector<std::string> types;
+    for (const ReportPtr& item : items) {
+        if (const Report& report = *item; dynamic_cast<const ReportProcessBase*>(&report)) types.push_back(typeid(report).name());
+    }
+    return types;
+}
+
+// The 64-bit registry twin comes right after the registry export, the device lists after System Information.
+TEST(SystemToolItemsTest, TheRunsListDependsOnWow64AndThePreinstallationEnvironment) {
+    using Head = std::vector<std::string>;
+    const Head head = Types<ReportSysLog, ReportAppLog, ReportUserRights, ReportRegistryKeys>();
+    auto list = [&](Head tail) { return tail.insert(tail.begin(), head.begin(), head.end()), tail; };
+    EXPECT_EQ(ToolItemTypes(false, false), list(Types<ReportMSInfo32>()));
+    EXPECT_EQ(ToolItemTypes(true, false), list(Types<ReportRegistryKeys64, ReportMSInfo32>()));
+    EXPECT_EQ(ToolItemTypes(false, true),
+              list(Types<ReportMSInfo32, ReportWmiPnpAll, ReportWmiPnpVen, ReportWmiPnpStorageAndNetwork>()));
+    EXPECT_EQ(ToolItemTypes(true, true), list(Types<ReportRegistryKeys64, ReportMSInfo32, ReportWmiPnpAll, ReportWmiPnpVen,
+                                                    ReportWmiPnpStorageAndNetwork>()));
 }
 
 }  // namespace
