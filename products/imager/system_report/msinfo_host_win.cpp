@@ -56,7 +56,7 @@ public:
         bool started = WithHelpService(SERVICE_START, [](SC_HANDLE service) {
             return StartServiceW(service, 0, nullptr) != FALSE;
         });
-        if (!started) Common::Log::Info("The service 'helpsvc' cannot be started; System Information is not in the report.");
+        if (!started) Common::Log::Info("The service 'helpsvc', which System Information needs here, cannot be started.");
         return started;
     }
 

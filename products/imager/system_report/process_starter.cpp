@@ -1,7 +1,19 @@
-// The command-line splitting rule that the tool starters share.
+// What the tool starters share: their state's accessors and the command-line splitting rule.
 #include "products/imager/system_report/process_starter.h"
 
 namespace SystemReport {
+
+ProcessStarterImpl::ProcessStarterImpl(std::chrono::milliseconds timeout) : timeout_(timeout) {}
+
+std::int32_t ProcessStarterImpl::GetExitCode() {
+    std::lock_guard guard(lock_);
+    return exitCode_;
+}
+
+std::wstring ProcessStarterImpl::GetFailure() {
+    std::lock_guard guard(lock_);
+    return failure_;
+}
 
 std::vector<std::wstring> SplitCommandLine(std::wstring_view commandLine) {
     std::vector<std::wstring> words;

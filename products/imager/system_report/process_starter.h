@@ -16,11 +16,18 @@ public:
     virtual ~ProcessStarter() = default;
     // Runs "executable arguments" and waits for it. True when the process was created, whatever its outcome.
     virtual bool Start(const std::wstring& executable, const std::wstring& arguments) = 0;
-    // From any thread: ends the running tool with exit code 1. False when no tool is running.
+    // From any thread: ends the running tool with exit code 1, and every tool started afterwards at once,
+    // so that a Stop racing with a start is never lost. False when no tool is running.
     virtual bool Terminate() = 0;
     // The exit code of the last tool; -1 until one ended by itself or by Terminate.
     virtual std::int32_t GetExitCode() = 0;
+    // Why the last tool has no exit code of its own: kToolNotFound or the system's error text when Start
+    // returned false, kToolLeftRunning when it outlived the time-out; empty once a tool ended.
+    virtual std::wstring GetFailure() = 0;
 };
+
+inline constexpr wchar_t kToolNotFound[] = L"not found";
+inline constexpr wchar_t kToolLeftRunning[] = L"left running";
 
 // How long a tool may run. A tool still running then is left running: killing a half-way system tool
 // (an event-log backup, a registry export) can leave things worse than letting it finish unseen.
@@ -37,14 +44,18 @@ public:
     bool Start(const std::wstring& executable, const std::wstring& arguments) override;
     bool Terminate() override;
     std::int32_t GetExitCode() override;
+    std::wstring GetFailure() override;
 
 private:
     const std::chrono::milliseconds timeout_;
     // Terminate comes from another thread while Start waits.
     std::mutex lock_;
     std::int32_t exitCode_ = -1;
+    std::wstring failure_;
     // Held only while Start waits for the tool: a process handle on Windows, a process id elsewhere.
     std::intptr_t process_ = 0;
+    // Set by Terminate and never cleared: Start checks it once the tool exists and before it runs.
+    bool terminateRequested_ = false;
 };
 
 // The words of a command line as the Windows C runtime splits it: blanks separate words, double quotes

@@ -7,8 +7,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <mutex>
 #include <thread>
 
+#include "core/common/error.h"
 #include "core/common/strings.h"
 #include "products/imager/system_report/process_starter.h"
 
@@ -48,20 +50,50 @@ private:
     posix_spawn_file_actions_t actions_;
 };
 
+// The tools left running at a time-out, by any starter of the process. Each is reaped, without waiting,
+// by whichever starter starts a tool or ends after the tool did, so that none stays a zombie.
+class LeftRunning {
+public:
+    void Add(pid_t pid) {
+        std::lock_guard guard(lock_);
+        pids_.push_back(pid);
+    }
+    void ReapEnded() {
+        std::lock_guard guard(lock_);
+        std::erase_if(pids_, [](pid_t pid) { return waitpid(pid, nullptr, WNOHANG) != 0; });
+    }
+
+private:
+    std::mutex lock_;
+    std::vector<pid_t> pids_;
+};
+
+LeftRunning& TheLeftRunning() {
+    static LeftRunning leftRunning;
+    return leftRunning;
+}
+
 }  // namespace
 
-ProcessStarterImpl::ProcessStarterImpl(std::chrono::milliseconds timeout) : timeout_(timeout) {}
-
-ProcessStarterImpl::~ProcessStarterImpl() { Terminate(); }
+ProcessStarterImpl::~ProcessStarterImpl() {
+    Terminate();
+    TheLeftRunning().ReapEnded();
+}
 
 bool ProcessStarterImpl::Start(const std::wstring& executable, const std::wstring& arguments) {
     {
         std::lock_guard guard(lock_);
         exitCode_ = -1;
+        failure_.clear();
     }
+    TheLeftRunning().ReapEnded();
     std::vector<std::string> words;
     for (const std::wstring& word : SplitCommandLine(executable + L" " + arguments)) words.push_back(Common::WideToUtf8(word));
-    if (words.empty() || words.front().empty()) return false;
+    if (words.empty() || words.front().empty()) {
+        std::lock_guard guard(lock_);
+        failure_ = kToolNotFound;
+        return false;
+    }
     std::vector<char*> argv;
     for (std::string& word : words) argv.push_back(word.data());
     argv.push_back(nullptr);
@@ -70,10 +102,14 @@ bool ProcessStarterImpl::Start(const std::wstring& executable, const std::wstrin
     pid_t pid = 0;
     {
         std::lock_guard guard(lock_);
-        if (posix_spawnp(&pid, argv.front(), settings.Actions(), settings.Attributes(), argv.data(), environ) != 0) {
+        if (int error = posix_spawnp(&pid, argv.front(), settings.Actions(), settings.Attributes(), argv.data(), environ);
+            error != 0) {
+            failure_ = error == ENOENT ? std::wstring(kToolNotFound) : Common::Error::AddErrno(error).Message();
             return false;
         }
         process_ = pid;
+        // posix_spawn returns once the tool's group exists, so a Terminate that came before reaches it all.
+        if (terminateRequested_) kill(-pid, SIGKILL);
     }
 
     // The zombie is reaped only under the lock, so a Terminate racing with the tool's end never signals
@@ -97,11 +133,14 @@ bool ProcessStarterImpl::Start(const std::wstring& executable, const std::wstrin
                 return true;
             }
             if (done < 0 && errno != EINTR) {
+                failure_ = Common::Error::AddErrno(errno).Message();
                 process_ = 0;
                 return true;
             }
             if (std::chrono::steady_clock::now() >= deadline) {
-                // Left running, deliberately; it is no longer ours to terminate.
+                // Left running, deliberately; it is no longer ours to terminate, only to reap.
+                failure_ = kToolLeftRunning;
+                TheLeftRunning().Add(pid);
                 process_ = 0;
                 return true;
             }
@@ -113,13 +152,9 @@ bool ProcessStarterImpl::Start(const std::wstring& executable, const std::wstrin
 
 bool ProcessStarterImpl::Terminate() {
     std::lock_guard guard(lock_);
+    terminateRequested_ = true;
     if (process_ == 0) return false;
     return kill(-static_cast<pid_t>(process_), SIGKILL) == 0;
-}
-
-std::int32_t ProcessStarterImpl::GetExitCode() {
-    std::lock_guard guard(lock_);
-    return exitCode_;
 }
 
 }  // namespace SystemReport

@@ -1,6 +1,9 @@
 // Running a tool for a report item and naming its file for the archive.
 #include "products/imager/system_report/report_process_base.h"
 
+#include <cstdio>
+#include <iterator>
+
 #include "core/common/log.h"
 #include "core/common/strings.h"
 #include "core/common/uuid.h"
@@ -14,6 +17,14 @@ std::filesystem::path ScratchPath(const std::filesystem::path& folder, const std
     return folder / Common::PathFromUtf8(Common::WideToUtf8(name));
 }
 
+// Small codes as a shell shows them; Windows status codes (0xC0000005) in hexadecimal.
+std::wstring ExitCodeText(std::int32_t code) {
+    if (code >= 0 && code < 0x10000) return std::to_wstring(code);
+    wchar_t text[16];
+    std::swprintf(text, std::size(text), L"0x%08X", static_cast<unsigned>(code));
+    return text;
+}
+
 }  // namespace
 
 ReportProcessBase::ReportProcessBase(std::unique_ptr<ProcessStarter> starter) : starter_(std::move(starter)) {}
@@ -24,30 +35,38 @@ Common::Error ReportProcessBase::Create(const std::filesystem::path& folder, Fil
     std::wstring executable = GetExecutable();
     std::filesystem::path path = ScratchPath(folder, name);
     FileEntry entry = MakeFileEntry(path);
-    const std::wstring what = L"'" + entry.archiveName + L"'";
+    // Every way out logs one line that ends with what became of the item.
+    const std::wstring missing = L"; '" + entry.archiveName + L"' is not in the report.";
 
     if (executable.empty()) {
-        Common::Log::Debug(L"No tool to run for " + what + L"; it is not in the report.");
+        Common::Log::Debug(L"No tool to run" + missing);
         return {};
     }
     if (stopped_) {
-        Common::Log::Debug(L"The report was stopped before the tool for " + what + L" ran.");
+        Common::Log::Info(L"The report was stopped before " + executable + L" ran" + missing);
         return {};
     }
     Common::Log::Debug(L"Running: " + executable + L" " + arguments);
-    if (!starter_->Start(executable, arguments)) {
-        Common::Log::Debug(L"The tool " + executable + L" could not be started; " + what + L" is not in the report.");
-        return {};
+    bool started = starter_->Start(executable, arguments);
+    std::wstring failure = starter_->GetFailure();
+    std::int32_t code = starter_->GetExitCode();
+    if (!started && failure == kToolNotFound) {
+        Common::Log::Debug(L"The tool " + executable + L" was not found" + missing);
+    } else if (!started) {
+        Common::Log::Info(L"The tool " + executable + L" could not be started (" + failure + L")" + missing);
+    } else if (code == 0) {
+        Common::Log::Info(L"The tool " + executable + L" ended with exit code 0; '" + entry.archiveName + L"' added.");
+        entries.push_back(std::move(entry));
+        produced_.push_back(path);
+    } else if (stopped_) {
+        Common::Log::Info(L"The tool " + executable + L" was stopped" + missing);
+    } else if (failure == kToolLeftRunning) {
+        Common::Log::Info(L"The tool " + executable + L" did not end in time and was left running" + missing);
+    } else if (!failure.empty()) {
+        Common::Log::Info(L"The tool " + executable + L" could not be waited for (" + failure + L")" + missing);
+    } else {
+        Common::Log::Info(L"The tool " + executable + L" failed with exit code " + ExitCodeText(code) + missing);
     }
-    if (std::int32_t code = starter_->GetExitCode(); code != 0) {
-        Common::Log::Info(L"The tool " + executable +
-                          (code == -1 ? std::wstring(L" did not end in time")
-                                      : L" ended with exit code " + std::to_wstring(code)) +
-                          L"; " + what + L" is not in the report.");
-        return {};
-    }
-    entries.push_back(std::move(entry));
-    produced_.push_back(path);
     return {};
 }
 

@@ -53,6 +53,7 @@ Common::Error ReportUserGroups::Create(const std::filesystem::path& folder, File
     }
     entries.push_back({path, L"groups.txt", Common::Localized(L"Groups that contain the user account"), nullptr, false,
                        false});
+    Common::Log::Info("The account's groups listed (" + std::to_string(groups.size()) + "); 'groups.txt' added.");
     return {};
 }
 

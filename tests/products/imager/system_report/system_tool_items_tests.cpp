@@ -26,7 +26,6 @@ struct StarterLog {
     std::vector<std::pair<std::wstring, std::wstring>> starts;
     bool created = true;
     std::int32_t exitCode = 0;
-    int terminates = 0;
 };
 
 class FakeStarter final : public ProcessStarter {
@@ -36,8 +35,9 @@ public:
         log_->starts.emplace_back(executable, arguments);
         return log_->created;
     }
-    bool Terminate() override { return ++log_->terminates, false; }
+    bool Terminate() override { return false; }
     std::int32_t GetExitCode() override { return log_->exitCode; }
+    std::wstring GetFailure() override { return log_->created ? L"" : kToolNotFound; }
 
 private:
     std::shared_ptr<StarterLog> log_;
@@ -139,67 +139,37 @@ std::vector<ItemCase> Cases() {
     };
 }
 
-TEST(SystemToolItemsTest, EachItemRunsItsToolAndNamesItsFile) {
+// Each outcome of the tool: ended with 0; failed or terminated (1); timed out (-1); could not be started.
+TEST(SystemToolItemsTest, EachItemRunsItsToolWithAFreshNameAndNamesItsFileOnlyWhenTheToolSucceeded) {
     const std::wstring folder = Common::Utf8ToWide(Common::PathToUtf8(kFolder)) + static_cast<wchar_t>(fs::path::preferred_separator);
-    for (const ItemCase& item : Cases()) {
-        SCOPED_TRACE(Common::WideToUtf8(item.archiveName));
-        auto log = std::make_shared<StarterLog>();
-        FileEntries entries;
-        ASSERT_TRUE(item.make(std::make_unique<FakeStarter>(log))->Create(kFolder, entries).Succeeded());
-
-        ASSERT_EQ(log->starts.size(), 1u);
-        const auto& [executable, arguments] = log->starts[0];
-        std::wstring name = ScratchNameIn(arguments);
-        ASSERT_FALSE(name.empty()) << Common::WideToUtf8(arguments);
-        std::wstring file = folder + name + item.extension;
-        EXPECT_EQ(executable, item.executable);
-        EXPECT_EQ(arguments, Common::FormatPlaceholders(item.arguments, {L"\"" + file + L"\""}));
-
-        ASSERT_EQ(entries.size(), 1u);
-        EXPECT_EQ(Common::Utf8ToWide(Common::PathToUtf8(entries[0].source)), file);
-        EXPECT_EQ(entries[0].archiveName, item.archiveName);
-        EXPECT_EQ(entries[0].title, item.title);
-        EXPECT_EQ(entries[0].filter, item.filter);
-        EXPECT_FALSE(entries[0].folder);
-    }
-}
-
-TEST(SystemToolItemsTest, AFailingToolAddsNothingAndIsNoError) {
-    // Exit code 1 (failed or terminated), -1 (timed out), and a tool that could not be started.
-    for (auto [created, exitCode] : {std::pair{true, 1}, std::pair{true, -1}, std::pair{false, 0}}) {
+    std::set<std::wstring> names;
+    for (auto [created, exitCode] : {std::pair{true, 0}, std::pair{true, 1}, std::pair{true, -1}, std::pair{false, 0}}) {
         for (const ItemCase& item : Cases()) {
             SCOPED_TRACE(Common::WideToUtf8(item.archiveName) + " exit " + std::to_string(exitCode));
             auto log = std::make_shared<StarterLog>();
             log->created = created;
             log->exitCode = exitCode;
             FileEntries entries;
-            EXPECT_TRUE(item.make(std::make_unique<FakeStarter>(log))->Create(kFolder, entries).Succeeded());
-            EXPECT_EQ(log->starts.size(), 1u);
-            EXPECT_TRUE(entries.empty());
+            ASSERT_TRUE(item.make(std::make_unique<FakeStarter>(log))->Create(kFolder, entries).Succeeded());
+
+            ASSERT_EQ(log->starts.size(), 1u);
+            const auto& [executable, arguments] = log->starts[0];
+            std::wstring name = ScratchNameIn(arguments);
+            EXPECT_TRUE(names.insert(name).second) << "scratch name " << Common::WideToUtf8(name) << " used again";
+            std::wstring file = folder + name + item.extension;
+            EXPECT_EQ(executable, item.executable);
+            EXPECT_EQ(arguments, Common::FormatPlaceholders(item.arguments, {L"\"" + file + L"\""}));
+            if (!created || exitCode != 0) {
+                EXPECT_TRUE(entries.empty());
+                continue;
+            }
+            ASSERT_EQ(entries.size(), 1u);
+            EXPECT_EQ(Common::Utf8ToWide(Common::PathToUtf8(entries[0].source)), file);
+            EXPECT_EQ(entries[0].archiveName, item.archiveName);
+            EXPECT_EQ(entries[0].title, item.title);
+            EXPECT_EQ(entries[0].filter, item.filter);
         }
     }
-}
-
-TEST(SystemToolItemsTest, EveryRunHasAFreshScratchName) {
-    auto log = std::make_shared<StarterLog>();
-    FileEntries entries;
-    for (const ItemCase& item : Cases()) {
-        for (int run = 0; run < 2; ++run) item.make(std::make_unique<FakeStarter>(log))->Create(kFolder, entries);
-    }
-    std::set<std::wstring> names;
-    for (const auto& start : log->starts) names.insert(ScratchNameIn(start.second));
-    EXPECT_EQ(names.size(), 2 * Cases().size());
-    EXPECT_EQ(names.count(L""), 0u);
-}
-
-TEST(SystemToolItemsTest, StopTerminatesTheToolAndKeepsALaterStartFromRunning) {
-    auto log = std::make_shared<StarterLog>();
-    ReportRegistryKeys item(nullptr, std::make_unique<FakeStarter>(log));
-    item.Stop();
-    EXPECT_EQ(log->terminates, 1);
-    FileEntries entries;
-    EXPECT_TRUE(item.Create(kFolder, entries).Succeeded());
-    EXPECT_TRUE(log->starts.empty());
 }
 
 TEST(ReportMSInfo32Test, ChoosesItsExecutableByVersionServiceAndProgramFolder) {
