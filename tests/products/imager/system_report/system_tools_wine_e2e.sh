@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # End-to-end run of SystemReport.exe under Wine: the maker's registry key exported by the real "reg" and
 # redacted on its way into the archive, tools that Wine lacks or that fail adding nothing to a run that
-# succeeds, and "groups.txt" holding the token's groups in its exact UTF-16LE form.
+# succeeds, "groups.txt" holding the token's groups in its exact UTF-16LE form, and, with the MiniNT key
+# made, the tool items of a pre-installation environment running in their order.
 # Usage: system_tools_wine_e2e.sh <SystemReport.exe> [wine]   (exit 77: skipped)
 set -euo pipefail
 
@@ -26,6 +27,7 @@ key='HKLM\Software\Brendix'
 "$wine" reg add "$key" /v UserName /d 'jdoe' /f >/dev/null
 "$wine" reg add "$key" /v Password /d 'Secr3t-Pa55' /f >/dev/null
 "$wine" reg add "$key" /v SupportContact /d 'jdoe@example.com' /f >/dev/null
+"$wine" reg add 'HKLM\SYSTEM\CurrentControlSet\Control\MiniNT' /f >/dev/null
 computer=$("$wine" cmd /c 'echo %COMPUTERNAME%' | tr -d '\r\n')
 echo "prefix ready after $((SECONDS - start)) s (computer name '$computer')"
 
@@ -34,11 +36,23 @@ status=0
 echo "SystemReport.exe exit status $status after $((SECONDS - start)) s"
 [[ $status -eq 0 ]] || { echo "FAIL: the run did not succeed"; exit 1; }
 
-python3 - "$work/r.zip" "$computer" <<'PY'
-import sys, zipfile
+log="$WINEPREFIX/drive_c/ProgramData/Brendix/Cobaltine Home/Logs/system_report/system_report.log"
+python3 - "$work/r.zip" "$computer" "$log" <<'PY'
+import re, sys, zipfile
 
-archive, computer = sys.argv[1], sys.argv[2]
+archive, computer, log = sys.argv[1], sys.argv[2], sys.argv[3]
 failures = []
+
+# Each tool item ends with one line naming its entry, in the order of the run: with the MiniNT key the
+# device lists follow System Information; a 64-bit process has no 32-bit registry twin.
+tools = ["syslog.evt", "applog.evt", "rights.txt", "vexreg.reg", "msinfo.nfo", "wmi-PnPEntities-all.txt",
+         "wmi-PnPEntities-InclVenInfo.txt", "wmi-PnPEntities-StorageAndNetwork.txt"]
+with open(log, encoding="utf-8", errors="replace") as lines:
+    ends = re.findall(r"report_process_base\.cpp:\d+ .*'([^']+)' (?:is not in the report|added)\.", lines.read())
+print("tool items in the log:", ends)
+if ends != tools:
+    failures.append("the tool items did not run in the order of a pre-installation environment")
+
 with zipfile.ZipFile(archive) as z:
     names = set(z.namelist())
     print("archive entries:", sorted(names))
@@ -61,11 +75,9 @@ with zipfile.ZipFile(archive) as z:
                 failures.append("vexreg.reg lacks the redaction mark %r" % kept)
 
     # Wine has no event-log backup ("wmic nteventlog" fails), its msinfo32 and secedit end with 0 without
-    # writing their files, a 64-bit process has no 32-bit registry twin, and an installed system gets no
-    # device lists: none of these reaches the archive, and none fails the run.
-    for absent in ("applog.evt", "syslog.evt", "msinfo.nfo", "rights.txt", "vexreg64.reg",
-                   "wmi-PnPEntities-all.txt", "wmi-PnPEntities-StorageAndNetwork.txt",
-                   "wmi-PnPEntities-InclVenInfo.txt"):
+    # writing their files, and its wmic lists no devices: of the tools only "reg" reaches the archive, and
+    # none fails the run.
+    for absent in tools[:3] + tools[4:]:
         if absent in names:
             failures.append("%s is in the archive" % absent)
 
