@@ -60,11 +60,11 @@ Generated Wide(std::mt19937& random, std::size_t size, std::size_t maxLine, bool
 }
 
 template <typename Filter>
-void ExpectGeneratedTextsGiveTheReferencesBytes(std::uint32_t seed,
+void ExpectGeneratedTextsGiveTheReferencesBytes(std::uint32_t randomStart,
                                                 Generated (*generate)(std::mt19937&, std::size_t, std::size_t, bool)) {
     std::vector<std::unique_ptr<Filter>> filters;
     for (std::size_t piece : kPieceSizes) filters.push_back(std::make_unique<Filter>(piece));
-    std::mt19937 random(seed);
+    std::mt19937 random(randomStart);
     for (int round = 0; round < 400; ++round) {
         // Lines stay far below the length at which the reference itself overflows its stack; every
         // hundredth text has lines of 20 KB, longer than the pieces of a filter made by default.
