@@ -1,12 +1,11 @@
 // The locations item.
 #include "products/imager/system_report/report_locations.h"
 
-#include <fstream>
-
 #include "core/common/localized.h"
 #include "core/common/log.h"
 #include "core/common/strings.h"
 #include "home/location_detector/impl/composite_detector.h"
+#include "products/imager/system_report/report_file.h"
 
 namespace SystemReport {
 namespace {
@@ -55,8 +54,8 @@ ReportLocations::ReportLocations(std::shared_ptr<LocationDetector::Detector> det
 
 Common::Error ReportLocations::Create(const std::filesystem::path& folder, FileEntries& entries) {
     std::filesystem::path path = folder / kFileName;
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    if (!out) {
+    ReportFileBuffer file;
+    if (!file.Open(path)) {
         Common::Log::Error(L"Cannot create '" + path.wstring() + L"' for the " + kTitle + L".");
         return Common::Error::Make(Common::Codes::kCreateFile, Common::Localized(L"Error occurred while creating the file."));
     }
@@ -64,9 +63,13 @@ Common::Error ReportLocations::Create(const std::filesystem::path& folder, FileE
     // What was found by now is what the report holds; the search need not go on.
     detector_->Stop();
     Common::Log::Info("Network locations found: " + std::to_string(locations.size()) + ".");
+    std::ostream out(&file);
     WriteLocationBlocks(out, locations);
-    out.close();
-    if (!out) Common::Log::Error(L"Cannot write '" + path.wstring() + L"' for the " + kTitle + L".");
+    // What reached the file is archived; a write failure is this item's own and does not fail the run.
+    if (Common::Error written = file.Close(); written.Failed()) {
+        Common::Log::WriteError(Common::Log::kError, "'" + Common::PathToUtf8(path) + "' holds only part of its text: ",
+                                written);
+    }
     entries.push_back({path, kFileName, Common::Localized(kTitle), nullptr, false, false});
     return {};
 }
