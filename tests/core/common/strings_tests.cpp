@@ -49,6 +49,9 @@ TEST(SourcePositionTest, FunctionNamesLoseReturnTypeAndParameters) {
     EXPECT_EQ(ShortFunctionName("std::map<int, std::pair<int, int> > Ns::F<std::pair<int, int> >(int)"),
               "Ns::F<std::pair<int, int> >");
     EXPECT_EQ(ShortFunctionName("Ns::Run()::<lambda()>"), "Ns::Run");
+    EXPECT_EQ(ShortFunctionName("Common::Error SystemReport::{anonymous}::EntryWriter::Store(int)"),
+              "SystemReport::EntryWriter::Store");
+    EXPECT_EQ(ShortFunctionName("Common::Error Ns::(anonymous namespace)::Store(int)"), "Ns::Store");
     EXPECT_EQ(ShortFunctionName("plain"), "plain");
 }
 
