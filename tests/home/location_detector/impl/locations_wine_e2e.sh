@@ -17,6 +17,12 @@ skip() {
 [[ $EUID -eq 0 ]] || skip "network namespaces need root"
 command -v python3 >/dev/null || skip "python3 is not installed"
 
+# A run killed by CTest's time-out never reaches its clean-up: remove what runs that are gone left behind.
+for stale in $(ip netns list 2>/dev/null | awk '{print $1}' | grep -E '^srloc-wine-[0-9]+$' || true); do
+  kill -0 "${stale##*-}" 2>/dev/null && continue
+  ip netns pids "$stale" 2>/dev/null | xargs -r kill -9 2>/dev/null || true
+  ip netns del "$stale" 2>/dev/null || true
+done
 ns=srloc-wine-$$
 work=$(mktemp -d)
 export WINEPREFIX=$work/prefix WINEDEBUG=-all
