@@ -102,7 +102,6 @@ TEST_F(DisksReportFixtureTest, FatPrintoutsAgreeWithFsckFat) {
         EXPECT_EQ(NumberAfter(block, "Number of heads:"), NumberBefore(fsck, "heads"));
         // The FAT size in sectors: "(= 32 sectors)".
         EXPECT_EQ(NumberAfter(block.substr(block.rfind("FAT size:")), "FAT size:"), NumberAfter(fsck, "(="));
-        EXPECT_NE(block.find("Serial number:           1234-ABCD\r\n"), std::string::npos);
     }
     // FAT32: the clusters counted from the data area are the data clusters fsck.fat counts.
     std::string esp = Block("Partition 1-1: of GPT type C12A7328-F81F-11D2-BA4B-00A0C93EC93B and size 40M");
@@ -124,7 +123,6 @@ TEST_F(DisksReportFixtureTest, NtfsPrintoutAgreesWithNtfsinfo) {
     // A record size of -10 means 2^10 bytes.
     EXPECT_NE(block.find("MFT record size:         -10\r\n"), std::string::npos);
     EXPECT_EQ(NumberAfter(info, "MFT Record Size:"), 1024u);
-    EXPECT_NE(block.find("Serial number:           0123-4567-89AB-CDEF\r\n"), std::string::npos);
 }
 
 TEST_F(DisksReportFixtureTest, FileSystemBlocksAgreeWithDumpe2fsAndFsckFat) {
@@ -138,7 +136,6 @@ TEST_F(DisksReportFixtureTest, FileSystemBlocksAgreeWithDumpe2fsAndFsckFat) {
     EXPECT_EQ(NumberAfter(ext4, "InodeCount:"), NumberAfter(dump, "Inode count:"));
     EXPECT_EQ(NumberAfter(ext4, "FreeInodeCount:"), NumberAfter(dump, "Free inodes:"));
     EXPECT_EQ(NumberAfter(ext4, "InodeSize:"), NumberAfter(dump, "Inode size:"));
-    EXPECT_NE(ext4.find("  VolumeLabel:       mbrext4\r\n"), std::string::npos);
 
     // "1 files, 0/8167 clusters": used and total clusters.
     std::string fat = Block("Partition 0-1: of type 06 (FAT16) and size 16M file system");
@@ -146,13 +143,6 @@ TEST_F(DisksReportFixtureTest, FileSystemBlocksAgreeWithDumpe2fsAndFsckFat) {
     std::uint64_t clusters = *NumberBefore(fsck, "data clusters");
     EXPECT_EQ(NumberAfter(fat, "BlockCount:"), clusters);
     EXPECT_EQ(*NumberAfter(fat, "FreeBlockCount:"), clusters - *NumberAfter(fsck, "files, "));
-}
-
-TEST_F(DisksReportFixtureTest, DamagedFat32PrintsZeroClustersFromData) {
-    std::string block = Block("Partition 3-1: of type 0C (FAT32 LBA) and size 40M");
-    ASSERT_FALSE(block.empty());
-    EXPECT_NE(block.find("    Sectors per cluster:     0\r\n"), std::string::npos);
-    EXPECT_NE(block.find("  Clusters from Data:          0\r\n"), std::string::npos);
 }
 
 }  // namespace
