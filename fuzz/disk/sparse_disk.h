@@ -1,6 +1,6 @@
 // A disk described by a fuzzer's input: its size, then the sectors that are not zero.
 //   u32 sector count (its top byte ignored), u8 sector-size shift (9 or 12), then records of u32 sector number + one sector.
-// Sectors named by no record read as zeros; a short last record is dropped.
+// Sectors named by no record read as zeros; a short last record is dropped. Tests fill one with Put instead.
 #pragma once
 
 #include <cstdint>
@@ -26,6 +26,17 @@ public:
             const std::uint64_t sector = input[0] | input[1] << 8 | input[2] << 16 | std::uint64_t{input[3]} << 24;
             sectors_[sector].assign(input.begin() + 4, input.begin() + 4 + sectorSize_);
             input = input.subspan(4 + sectorSize_);
+        }
+    }
+
+    // `count` sectors of 512 zero bytes.
+    explicit SparseDisk(std::uint64_t count) : count_(count) {}
+    // `value` as `width` little-endian bytes at byte `offset` of the disk.
+    void Put(std::uint64_t offset, std::uint64_t value, int width) {
+        for (int i = 0; i < width; ++i, ++offset) {
+            auto& sector = sectors_[offset / sectorSize_];
+            sector.resize(sectorSize_);
+            sector[offset % sectorSize_] = static_cast<std::uint8_t>(value >> (8 * i));
         }
     }
 

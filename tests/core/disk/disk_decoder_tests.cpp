@@ -1,18 +1,16 @@
 // The disk library's decoders over small byte vectors built from the published layouts.
 #include <gtest/gtest.h>
 
-#include <map>
-
 #include "core/disk/block_device.h"
 #include "core/disk/disk_errors.h"
 #include "core/disk/fat.h"
 #include "core/disk/fs_probe.h"
 #include "core/disk/gpt.h"
-#include "core/disk/guid.h"
 #include "core/disk/layout.h"
 #include "core/disk/mbr.h"
 #include "core/disk/memory_disk.h"
 #include "core/disk/partition_types.h"
+#include "fuzz/disk/sparse_disk.h"
 
 namespace {
 
@@ -34,30 +32,9 @@ void PutEntry(std::vector<std::uint8_t>& bytes, std::size_t sectorOffset, int sl
     bytes[sectorOffset + 511] = 0xAA;
 }
 
-TEST(DiskDecoders, Crc32AndGuidText) {
-    const std::string check = "123456789";
-    EXPECT_EQ(Crc32(std::span(reinterpret_cast<const std::uint8_t*>(check.data()), check.size())), 0xCBF43926u);
-    // The EFI system partition type as stored on disk: the first three fields little-endian.
-    const std::uint8_t esp[16] = {0x28, 0x73, 0x2A, 0xC1, 0x1F, 0xF8, 0xD2, 0x11,
-                                  0xBA, 0x4B, 0x00, 0xA0, 0xC9, 0x3E, 0xC9, 0x3B};
-    EXPECT_EQ(Guid::FromBytes(esp).ToString(), "C12A7328-F81F-11D2-BA4B-00A0C93EC93B");
-    EXPECT_EQ(LookUpGptType(Guid::FromBytes(esp))->typeByte, 0xEF);
-}
-
-TEST(DiskDecoders, MbrEntriesAndSignature) {
-    std::vector<std::uint8_t> sector(512);
-    EXPECT_FALSE(DecodeMbr(std::span(sector).first(511)));
-    EXPECT_FALSE(DecodeMbr(sector)->hasSignature);
-    PutEntry(sector, 0, 1, 0x07, 2048, 4096, 0x80);
-    PutLe(sector, 440, 0xDEADBEEF, 4);
-    const Mbr mbr = *DecodeMbr(sector);
-    EXPECT_TRUE(mbr.hasSignature);
-    EXPECT_EQ(mbr.diskSignature, 0xDEADBEEFu);
-    EXPECT_TRUE(mbr.entries[0].Empty());
-    EXPECT_EQ(mbr.entries[1].type, 0x07);
-    EXPECT_EQ(mbr.entries[1].status, 0x80);
-    EXPECT_EQ(mbr.entries[1].firstLba, 2048u);
-    EXPECT_EQ(mbr.entries[1].sectorCount, 4096u);
+// Entries and signatures are the fixture tests' (against sfdisk); a sector cut short holds no MBR.
+TEST(DiskDecoders, MbrNeedsAWholeSector) {
+    EXPECT_FALSE(DecodeMbr(std::vector<std::uint8_t>(511)));
 }
 
 // A GPT header at `lba` following UEFI 2.10 table 5-5, with a correct CRC unless told otherwise.
@@ -227,37 +204,11 @@ TEST(DiskDecoders, FatTypeFollowsTheClusterCount) {
     EXPECT_FALSE(claimed);
 }
 
-// A large disk of which only the sectors written by the test hold anything.
-class SparseSectors final : public SectorReader {
-public:
-    explicit SparseSectors(std::uint64_t count) : count_(count) {}
-    std::uint32_t SectorSize() const override { return 512; }
-    std::uint64_t SectorCount() const override { return count_; }
-    Common::Error Read(std::uint64_t first, std::uint32_t count, std::vector<std::uint8_t>& data) override {
-        if (!InsideDevice(first, count, count_)) return OutsideDevice(first, count, count_);
-        data.assign(std::size_t{count} * 512, 0);
-        for (auto it = sectors_.lower_bound(first); it != sectors_.end() && it->first < first + count; ++it)
-            std::copy(it->second.begin(), it->second.end(), data.begin() + (it->first - first) * 512);
-        return {};
-    }
-    void Put(std::uint64_t offset, std::uint64_t value, int width) {
-        for (int i = 0; i < width; ++i, ++offset) {
-            auto& sector = sectors_[offset / 512];
-            sector.resize(512);
-            sector[offset % 512] = static_cast<std::uint8_t>(value >> (8 * i));
-        }
-    }
-
-private:
-    std::uint64_t count_;
-    std::map<std::uint64_t, std::vector<std::uint8_t>> sectors_;
-};
-
 // A FAT32 volume whose FAT spans several of the reader's 1 MiB chunks, with clusters in use far into it.
 TEST(DiskDecoders, FatEntriesAreCountedAcrossChunks) {
     constexpr std::uint64_t kTotal = 400000, kReserved = 32, kFatSectors = 3100;
     constexpr std::uint64_t kClusters = kTotal - kReserved - 2 * kFatSectors;
-    SparseSectors disk(kTotal);
+    SparseDisk disk(kTotal);
     const auto boot = FatBootSector(kTotal, kFatSectors, true);
     for (std::size_t i = 0; i < boot.size(); ++i) disk.Put(i, boot[i], 1);
     disk.Put(510, 0xAA55, 2);
@@ -299,29 +250,16 @@ TEST(DiskDecoders, VolumeReaderStaysInsideItsRegionAndTheDisk) {
     EXPECT_EQ(ProbeFileSystem(outside).outcome, ProbeOutcome::kNotThisFormat);
 }
 
-TEST(DiskDecoders, NameTablesAndClasses) {
+// The type-byte and file-system tables' rows are the golden texts' and the DA-API tests' business.
+TEST(DiskDecoders, TypeNamesFitTheirColumnAndLabelsAreTrimmed) {
     for (int type = 0; type < 256; ++type) EXPECT_LE(PartitionTypeName(static_cast<std::uint8_t>(type)).size(), 12u);
-    EXPECT_EQ(PartitionTypeName(0x99), "");
-    EXPECT_EQ(FileSystemOfTypeByte(0x06), FsType::kFat16);
-    EXPECT_EQ(FileSystemOfTypeByte(0x1E), FsType::kFat16);
-    EXPECT_EQ(FileSystemOfTypeByte(0x0C), FsType::kFat32);
-    EXPECT_EQ(FileSystemOfTypeByte(0x07), FsType::kNtfs);
-    EXPECT_EQ(FileSystemOfTypeByte(0x83), FsType::kNone);
-    EXPECT_EQ(MaxLabelLength(static_cast<std::uint64_t>(FsType::kNtfs)), 32u);
-    EXPECT_EQ(MaxLabelLength(static_cast<std::uint64_t>(FsType::kLvmPv)), 0u);
-    EXPECT_FALSE(CountsFreeSpace(static_cast<std::uint64_t>(FsType::kLinuxSwap)));
     EXPECT_EQ(LabelFromBytes(std::vector<std::uint8_t>{'A', 0xE9, ' ', ' '}), u"A\u00E9");
     EXPECT_EQ(LabelFromUtf16Le(std::vector<std::uint8_t>{'x', 0, 0xAC, 0x20, 0, 0, 'y', 0}), u"x\u20AC");
 }
 
 TEST(DiskDecoders, PathListsSplitAtTheSeparator) {
-    const auto paths = SplitPathList(std::string_view("/a.img::/b c.img:"), ':');
-    ASSERT_EQ(paths.size(), 2u);
-    EXPECT_EQ(paths[0], std::filesystem::path("/a.img"));
-    EXPECT_EQ(paths[1], std::filesystem::path("/b c.img"));
-    const auto windows = SplitPathList(std::wstring_view(L"C:\\a.img;Z:\\tmp\\b.img"), L';');
-    ASSERT_EQ(windows.size(), 2u);
-    EXPECT_EQ(windows[1], std::filesystem::path(L"Z:\\tmp\\b.img"));
+    EXPECT_EQ(SplitPathList(std::string_view("/a.img::/b c.img:"), ':'),
+              (std::vector<std::filesystem::path>{"/a.img", "/b c.img"}));
 }
 
 }  // namespace

@@ -30,8 +30,16 @@ std::vector<const DiskObject*> OfKind(const DiskLayout& layout, ObjectKind kind)
     return found;
 }
 
-bool HasProblem(const DiskObject& object, Problem problem) {
-    return std::any_of(object.issues.begin(), object.issues.end(), [&](const Issue& i) { return i.problem == problem; });
+// The partitions' numbers, starts and sizes against "sfdisk --json".
+void ExpectAsSfdisk(const std::vector<const DiskObject*>& partitions,
+                    const std::vector<TestSupport::SfdiskPartition>& expected) {
+    ASSERT_EQ(partitions.size(), expected.size());
+    for (std::size_t i = 0; i < partitions.size(); ++i) {
+        SCOPED_TRACE(i);
+        EXPECT_EQ(partitions[i]->number, expected[i].number);
+        EXPECT_EQ(partitions[i]->first, expected[i].start);
+        EXPECT_EQ(partitions[i]->count, expected[i].size);
+    }
 }
 
 class DiskFixtureTest : public ::testing::Test {
@@ -78,17 +86,12 @@ TEST_F(DiskFixtureTest, MbrLayoutMatchesSfdisk) {
     const auto expected = TestSupport::SfdiskPartitions(Report("mbr.sfdisk.json"));
     ASSERT_EQ(expected.size(), 5u);
     const auto partitions = OfKind(layout, ObjectKind::kPartition);
-    std::vector<const TestSupport::SfdiskPartition*> notExtended;
-    for (const auto& p : expected)
-        if (p.type != "5") notExtended.push_back(&p);
-    ASSERT_EQ(partitions.size(), notExtended.size());
-    for (std::size_t i = 0; i < partitions.size(); ++i) {
-        SCOPED_TRACE(i);
-        EXPECT_EQ(partitions[i]->number, notExtended[i]->number);
-        EXPECT_EQ(partitions[i]->first, notExtended[i]->start);
-        EXPECT_EQ(partitions[i]->count, notExtended[i]->size);
-        EXPECT_EQ(partitions[i]->typeByte, std::stoul(notExtended[i]->type, nullptr, 16));
-        EXPECT_EQ(partitions[i]->active, notExtended[i]->bootable);
+    std::vector<TestSupport::SfdiskPartition> notExtended;
+    std::copy_if(expected.begin(), expected.end(), std::back_inserter(notExtended), [](const auto& p) { return p.type != "5"; });
+    ExpectAsSfdisk(partitions, notExtended);
+    for (std::size_t i = 0; i < notExtended.size(); ++i) {
+        EXPECT_EQ(partitions[i]->typeByte, std::stoul(notExtended[i].type, nullptr, 16));
+        EXPECT_EQ(partitions[i]->active, notExtended[i].bootable);
     }
     // One extended boot record per logical partition, the first at the extended partition's start.
     const auto tables = OfKind(layout, ObjectKind::kExtendedTable);
@@ -111,19 +114,12 @@ TEST_F(DiskFixtureTest, GptLayoutMatchesSfdisk) {
 
     const auto expected = TestSupport::SfdiskPartitions(report);
     const auto partitions = OfKind(layout, ObjectKind::kPartition);
-    ASSERT_EQ(partitions.size(), 3u);
     ASSERT_EQ(expected.size(), 3u);
-    for (std::size_t i = 0; i < partitions.size(); ++i) {
-        SCOPED_TRACE(i);
-        EXPECT_EQ(partitions[i]->number, expected[i].number);
-        EXPECT_EQ(partitions[i]->first, expected[i].start);
-        EXPECT_EQ(partitions[i]->count, expected[i].size);
+    ExpectAsSfdisk(partitions, expected);
+    for (std::size_t i = 0; i < expected.size(); ++i) {
         EXPECT_EQ(partitions[i]->typeGuid->ToString(), expected[i].type);
         EXPECT_EQ(partitions[i]->uniqueGuid->ToString(), expected[i].uuid);
     }
-    EXPECT_EQ(partitions[0]->typeByte, 0xEF);  // EFI system
-    EXPECT_EQ(partitions[1]->typeByte, 0x00);  // Microsoft reserved has no MBR counterpart
-    EXPECT_EQ(partitions[2]->typeByte, 0x07);  // basic data
 
     const auto metadata = OfKind(layout, ObjectKind::kMetadata);
     ASSERT_EQ(metadata.size(), 2u);
@@ -295,19 +291,20 @@ TEST_F(DiskFixtureTest, FourKSectorImagesAreReadInTheirOwnSectors) {
     }
 }
 
-TEST_F(DiskFixtureTest, WholeDiskFileSystemHasNoPartitionTable) {
-    auto disk = Open("floppy.img");
-    const DiskLayout layout = ReadLayout(*disk);
-    EXPECT_EQ(layout.scheme, Scheme::kRaw);
-    ASSERT_EQ(layout.objects.size(), 1u);
-    EXPECT_EQ(layout.objects[0].kind, ObjectKind::kPartition);
-    EXPECT_EQ(layout.objects[0].count, disk->SectorCount());
+TEST_F(DiskFixtureTest, WholeDiskFileSystemsHaveNoPartitionTable) {
+    for (const char* name : {"floppy.img", "swap.img"}) {
+        SCOPED_TRACE(name);
+        auto disk = Open(name);
+        const DiskLayout layout = ReadLayout(*disk);
+        EXPECT_EQ(layout.scheme, Scheme::kRaw);
+        ASSERT_EQ(layout.objects.size(), 1u);
+        EXPECT_EQ(layout.objects[0].kind, ObjectKind::kPartition);
+        EXPECT_EQ(layout.objects[0].count, disk->SectorCount());
+    }
 }
 
 TEST_F(DiskFixtureTest, SwapMatchesBlkid) {
     auto disk = Open("swap.img");
-    const DiskLayout layout = ReadLayout(*disk);
-    EXPECT_EQ(layout.scheme, Scheme::kRaw);
     const ProbeResult result = ProbeAt(*disk, 0, disk->SectorCount());
     ASSERT_EQ(result.outcome, ProbeOutcome::kFound) << result.failure;
     const std::string report = Report("swap.blkid.txt");
@@ -326,78 +323,22 @@ TEST_F(DiskFixtureTest, SwapMatchesBlkid) {
     EXPECT_EQ(result.info.sizeBytes, disk->SectorCount() * 512);
 }
 
-TEST_F(DiskFixtureTest, DamagedImagesShowTheirProblemsAndStop) {
+// What each damage shows is in the DA-API's dump and the golden report of the same images; here the
+// partitions that sfdisk, too, reads from them.
+TEST_F(DiskFixtureTest, DamagedImagesKeepThePartitionsSfdiskReads) {
     {
         SCOPED_TRACE("primary GPT header with a wrong CRC: the backup is used");
         auto disk = Open("gpt-badcrc.img");
         const DiskLayout layout = ReadLayout(*disk);
         ASSERT_EQ(layout.scheme, Scheme::kGpt);
         EXPECT_EQ(layout.state, SchemeState::kOk);
-        const auto metadata = OfKind(layout, ObjectKind::kMetadata);
-        ASSERT_EQ(metadata.size(), 2u);
-        EXPECT_TRUE(HasProblem(*metadata[0], Problem::kGptPrimaryDamaged));
-        EXPECT_NE(metadata[0]->issues[0].detail.find("CRC"), std::string::npos);
-        EXPECT_TRUE(metadata[1]->issues.empty());
-        const auto expected = TestSupport::SfdiskPartitions(Report("gpt-badcrc.sfdisk.json"));
-        const auto partitions = OfKind(layout, ObjectKind::kPartition);
-        ASSERT_EQ(partitions.size(), 1u);
-        ASSERT_EQ(expected.size(), 1u);
-        EXPECT_EQ(partitions[0]->first, expected[0].start);
-        EXPECT_EQ(partitions[0]->count, expected[0].size);
+        ExpectAsSfdisk(OfKind(layout, ObjectKind::kPartition), TestSupport::SfdiskPartitions(Report("gpt-badcrc.sfdisk.json")));
     }
     {
-        SCOPED_TRACE("an EBR chain that loops");
-        auto disk = Open("ebr-loop.img");
-        const DiskLayout layout = ReadLayout(*disk);
-        const auto partitions = OfKind(layout, ObjectKind::kPartition);
-        ASSERT_EQ(partitions.size(), 2u);
-        EXPECT_EQ(partitions[0]->number, 5u);
-        EXPECT_EQ(partitions[1]->number, 6u);
-        const auto tables = OfKind(layout, ObjectKind::kExtendedTable);
-        ASSERT_EQ(tables.size(), 2u);
-        EXPECT_TRUE(HasProblem(*tables[1], Problem::kExtendedLoop));
-    }
-    {
-        SCOPED_TRACE("partitions past the end of the disk");
+        SCOPED_TRACE("partitions past the end of the disk keep the table's sizes");
         auto disk = Open("past-end.img");
-        const DiskLayout layout = ReadLayout(*disk);
-        const auto expected = TestSupport::SfdiskPartitions(Report("past-end.sfdisk.json"));
-        const auto partitions = OfKind(layout, ObjectKind::kPartition);
-        ASSERT_EQ(partitions.size(), expected.size());
-        for (std::size_t i = 0; i < partitions.size(); ++i) {
-            EXPECT_EQ(partitions[i]->count, expected[i].size);  // the table's size, not a clipped one
-            EXPECT_TRUE(HasProblem(*partitions[i], Problem::kPastEndOfDisk));
-            EXPECT_TRUE(partitions[i]->structureErrors & kStructureReadError);
-        }
-        VolumeReader clipped(*disk, partitions[0]->first, partitions[0]->count);
-        EXPECT_EQ(clipped.Size(), (disk->SectorCount() - partitions[0]->first) * 512);
-        std::vector<std::uint8_t> data;
-        EXPECT_TRUE(disk->Read(disk->SectorCount() - 1, 1, data).Succeeded());
-        EXPECT_TRUE(disk->Read(disk->SectorCount(), 1, data).Failed());
-        EXPECT_TRUE(disk->Read(disk->SectorCount() - 1, 2, data).Failed());
-        for (const auto& object : layout.objects) {
-            if (object.kind == ObjectKind::kUnallocated) {
-                EXPECT_LE(object.End(), disk->SectorCount());
-            }
-        }
-    }
-    {
-        SCOPED_TRACE("FAT32 with zero sectors per cluster");
-        auto disk = Open("fat32-spc0.img");
-        const ProbeResult result = ProbeAt(*disk, 2048, 81920);
-        EXPECT_EQ(result.outcome, ProbeOutcome::kFailed);
-        EXPECT_NE(result.failure.find("sectors per cluster 0"), std::string::npos) << result.failure;
-    }
-    {
-        SCOPED_TRACE("a zero-length image");
-        auto disk = Open("empty.img");
-        EXPECT_TRUE(disk->Readable());
-        EXPECT_EQ(disk->SectorCount(), 0u);
-        const DiskLayout layout = ReadLayout(*disk);
-        EXPECT_EQ(layout.state, SchemeState::kReadError);
-        EXPECT_TRUE(layout.objects.empty());
-        std::vector<std::uint8_t> data;
-        EXPECT_TRUE(disk->Read(0, 1, data).Failed());
+        ExpectAsSfdisk(OfKind(ReadLayout(*disk), ObjectKind::kPartition),
+                       TestSupport::SfdiskPartitions(Report("past-end.sfdisk.json")));
     }
 }
 
