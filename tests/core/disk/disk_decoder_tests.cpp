@@ -74,55 +74,33 @@ TEST(DiskDecoders, GptHeaderRules) {
     EXPECT_FALSE(DecodeGptHeader(GptHeaderSector(1), 1, 500, why));  // last usable LBA 966 past the disk
 }
 
-// An extended partition at sector 1 of a small disk whose EBRs are placed by the test.
-class EbrChainTest : public ::testing::Test {
-protected:
-    static constexpr std::uint32_t kSectors = 64;
-    std::vector<std::uint8_t> bytes = std::vector<std::uint8_t>(kSectors * 512);
-
-    // The EBR at `sector`: a logical partition `offset` sectors after it, and a link to `next` (relative to
-    // the extended partition's start at sector 1), or none when next is 0.
-    void Ebr(std::uint32_t sector, std::uint32_t next, bool link = true) {
+// Chains that follow their links and one that loops are the fixture tests' (mbr.img, ebr-loop.img).
+TEST(DiskDecoders, EbrChainStopsAtLinksOutsideAndUnsignedTables) {
+    std::vector<std::uint8_t> bytes(64 * 512);
+    // The EBR at `sector`: a logical partition right after it, and a link to `next` (relative to the
+    // extended partition's start at sector 1).
+    auto ebr = [&](std::uint32_t sector, std::uint32_t next) {
         PutEntry(bytes, sector * 512, 0, 0x83, 1, 2);
-        if (link) PutEntry(bytes, sector * 512, 1, 0x05, next, 4);
-    }
-    EbrChain Walk(std::uint32_t count = kSectors - 1) {
+        PutEntry(bytes, sector * 512, 1, 0x05, next, 4);
+    };
+    auto walk = [&](std::uint64_t count) {
         MemoryDisk disk(bytes, 512);
         return WalkEbrChain(disk, 1, count);
-    }
-};
-
-TEST_F(EbrChainTest, FollowsLinksUntilTheLastTable) {
-    Ebr(1, 4);
-    Ebr(5, 8);
-    Ebr(9, 0, false);
-    const EbrChain chain = Walk();
-    ASSERT_EQ(chain.links.size(), 3u);
-    EXPECT_EQ(chain.links[1].sector, 5u);
-    EXPECT_EQ(chain.links[1].LogicalFirst(), 6u);
-    for (const auto& link : chain.links) EXPECT_TRUE(link.issues.empty());
-}
-
-TEST_F(EbrChainTest, StopsAtLoopsLinksOutsideAndUnsignedTables) {
-    Ebr(1, 4);
-    Ebr(5, 0);  // back to the first table
-    EbrChain chain = Walk();
-    ASSERT_EQ(chain.links.size(), 2u);
-    EXPECT_EQ(chain.links[1].issues.at(0).problem, Problem::kExtendedLoop);
-
-    Ebr(5, 40);  // past an extended partition of 20 sectors
-    chain = Walk(20);
+    };
+    ebr(1, 4);
+    ebr(5, 40);  // past an extended partition of 20 sectors
+    EbrChain chain = walk(20);
     ASSERT_EQ(chain.links.size(), 2u);
     EXPECT_EQ(chain.links[1].issues.at(0).problem, Problem::kExtendedOutside);
 
-    Ebr(5, 8);  // to a sector without a signature
-    chain = Walk();
+    ebr(5, 8);  // to a sector without a signature
+    chain = walk(63);
     ASSERT_EQ(chain.links.size(), 3u);
     EXPECT_FALSE(chain.links[2].hasSignature);
     EXPECT_EQ(chain.links[2].issues.at(0).problem, Problem::kNoTableSignature);
 
-    Ebr(5, 70);  // past the disk (but inside the extended partition's claimed size)
-    chain = Walk(100);
+    ebr(5, 70);  // past the disk (but inside the extended partition's claimed size)
+    chain = walk(100);
     ASSERT_EQ(chain.links.size(), 2u);
     EXPECT_EQ(chain.issues.at(0).problem, Problem::kTableUnreadable);
 }

@@ -18,6 +18,11 @@ const typename Map::mapped_type* FindIn(const Map& map, typename Map::key_type k
     return it == map.end() ? nullptr : &it->second;
 }
 
+Value ValueIn(const std::map<Value, Value>& map, Value key) {
+    const Value* value = FindIn(map, key);
+    return value ? *value : 0;
+}
+
 }  // namespace
 
 std::optional<Value> Properties::Find(PropertyId id) const {
@@ -43,39 +48,26 @@ FakeObject* FakeDaApi::ObjectAt(Value handle) {
     return nullptr;
 }
 
-Value FakeDaApi::HandleOf(const FakeObject* object) const { return object ? Address(object) : 0; }
-
-Value FakeDaApi::Number(const FakeObject& object, PropertyId id, bool fileSystem) {
+std::optional<Value> FakeDaApi::Find(const FakeObject& object, PropertyId id, bool fileSystem) {
     if (checked_[&object]) {
-        if (std::optional<Value> value = object.afterCheck.Find(id)) return *value;
+        if (std::optional<Value> value = object.afterCheck.Find(id)) return value;
     }
-    const Properties& level = fileSystem ? object.fileSystem : object.properties;
-    if (std::optional<Value> value = level.Find(id)) return *value;
-    return 0;
+    return (fileSystem ? object.fileSystem : object.properties).Find(id);
 }
 
 Value FakeDaApi::DaGetProperty(PropertyId id) {
     if (computer_.failingReads.count(id)) Fail(DaApi::Failure::kInvalidProperty);
     if (!computerSelected_) Fail(DaApi::Failure::kNoMachine);
     if (id == Prop::kDiskHandle) return disk_ ? static_cast<Value>(disk_ - computer_.disks.data() + 1) : 0;
-    if (id == Prop::kObjectHandle) return HandleOf(object_);
-    if (id == Prop::kVolumeHandle && object_ && !object_->inside.empty()) return HandleOf(object_);
+    if (id == Prop::kObjectHandle) return Address(object_);
+    if (id == Prop::kVolumeHandle && object_ && !object_->inside.empty()) return Address(object_);
     if (id == Prop::kDriveLetter) {
         if (!object_) Fail(DaApi::Failure::kNoPartition);
-        const Value* letter = FindIn(object_->driveLetters, view_);
-        return letter ? *letter : 0;
+        return ValueIn(object_->driveLetters, view_);
     }
-    if (object_) {
-        if (checked_[object_]) {
-            if (std::optional<Value> value = object_->afterCheck.Find(id)) return *value;
-        }
-        if (std::optional<Value> value = object_->properties.Find(id)) return *value;
-    }
-    if (disk_) {
-        if (std::optional<Value> value = disk_->properties.Find(id)) return *value;
-    }
-    if (std::optional<Value> value = computer_.properties.Find(id)) return *value;
-    return 0;
+    if (std::optional<Value> value = object_ ? Find(*object_, id, false) : std::nullopt) return *value;
+    if (std::optional<Value> value = disk_ ? disk_->properties.Find(id) : std::nullopt) return *value;
+    return computer_.properties.Find(id).value_or(0);
 }
 
 Value FakeDaApi::DaGetProperty1(PropertyId id, Value parameter) {
@@ -85,14 +77,8 @@ Value FakeDaApi::DaGetProperty1(PropertyId id, Value parameter) {
             const std::string* name = FindIn(computer_.typeByteNames, parameter);
             return name ? Address(name->c_str()) : 0;
         }
-        case Prop::kTypeByteFsType: {
-            const Value* type = FindIn(computer_.typeByteFsTypes, parameter);
-            return type ? *type : 0;
-        }
-        case Prop::kLabelLength: {
-            const Value* length = FindIn(computer_.labelLengths, parameter);
-            return length ? *length : 0;
-        }
+        case Prop::kTypeByteFsType: return ValueIn(computer_.typeByteFsTypes, parameter);
+        case Prop::kLabelLength: return ValueIn(computer_.labelLengths, parameter);
         case Prop::kCountsFreeSpace: return computer_.freeSpaceTypes.count(parameter);
         default: Fail(DaApi::Failure::kInvalidProperty);
     }
@@ -103,7 +89,7 @@ Value FakeDaApi::DaGetProperty2(PropertyId, Value) { Fail(DaApi::Failure::kInval
 Value FakeDaApi::GetFsProperty(PropertyId id) {
     if (computer_.failingReads.count(id)) Fail(DaApi::Failure::kInvalidProperty);
     if (!object_) Fail(DaApi::Failure::kNoPartition);
-    return Number(*object_, id, true);
+    return Find(*object_, id, true).value_or(0);
 }
 
 void FakeDaApi::DaSetProperty(PropertyId id, Value value) {

@@ -81,8 +81,8 @@ public:
 
 private:
     FakeObject* ObjectAt(Value handle);
-    Value HandleOf(const FakeObject* object) const;
-    Value Number(const FakeObject& object, PropertyId id, bool fileSystem);
+    // The object's value of `id` at its own level or its file system's, after a check its afterCheck value.
+    std::optional<Value> Find(const FakeObject& object, PropertyId id, bool fileSystem);
 
     FakeComputer computer_;
     std::shared_ptr<FakeLog> log_;

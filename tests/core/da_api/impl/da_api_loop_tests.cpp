@@ -18,32 +18,28 @@ namespace {
 
 using namespace DaApi;
 
-// A read-only loop device over an image, with the kernel's partition scan; detached at the end.
-class LoopDevice {
-public:
+// A read-only loop device over an image, with the kernel's partition scan; detached at the end. `device` is
+// empty when losetup could not attach one, and `output` then says why.
+struct LoopDevice {
     LoopDevice(const std::filesystem::path& image, unsigned sectorSize) {
         const std::string command = "losetup -r -b " + std::to_string(sectorSize) + " -f --show -P '" +
                                     image.string() + "' 2>&1";
         if (FILE* pipe = ::popen(command.c_str(), "r")) {
             char line[256] = {};
-            while (std::fgets(line, sizeof line, pipe)) output_ += line;
+            while (std::fgets(line, sizeof line, pipe)) output += line;
             ::pclose(pipe);
         }
-        while (!output_.empty() && (output_.back() == '\n' || output_.back() == ' ')) output_.pop_back();
-        if (output_.rfind("/dev/loop", 0) == 0) device_ = output_;
+        while (!output.empty() && (output.back() == '\n' || output.back() == ' ')) output.pop_back();
+        if (output.rfind("/dev/loop", 0) == 0) device = output;
     }
     ~LoopDevice() {
-        if (!device_.empty()) std::system(("losetup -d " + device_).c_str());
+        if (!device.empty()) std::system(("losetup -d " + device).c_str());
     }
     LoopDevice(const LoopDevice&) = delete;
     LoopDevice& operator=(const LoopDevice&) = delete;
 
-    const std::string& device() const { return device_; }
-    const std::string& output() const { return output_; }
-
-private:
-    std::string device_;
-    std::string output_;
+    std::string device;
+    std::string output;
 };
 
 ComputerFacts Computer() {
@@ -52,35 +48,30 @@ ComputerFacts Computer() {
     return facts;
 }
 
-struct LoopCase {
-    const char* image;
-    unsigned sectorSize;
-};
-
 TEST(DaApiLoopDevice, BlockDeviceAnswersAsTheImage) {
     if (::geteuid() != 0) GTEST_SKIP() << "attaching a loop device needs root";
     std::string why;
     const auto fixtures = TestSupport::DiskFixtures(why);
     if (!fixtures) GTEST_SKIP() << why;
-    for (const LoopCase& loopCase : {LoopCase{"mbr.img", 512}, LoopCase{"gpt4k.img", 4096}, LoopCase{"mbr4k.img", 4096}}) {
-        SCOPED_TRACE(loopCase.image);
-        const auto image = *fixtures / loopCase.image;
-        LoopDevice loop(image, loopCase.sectorSize);
-        if (loop.device().empty()) GTEST_SKIP() << "losetup could not attach a loop device: " << loop.output();
+    for (const auto& [file, sectorSize] : {std::pair{"mbr.img", 512u}, {"gpt4k.img", 4096u}, {"mbr4k.img", 4096u}}) {
+        SCOPED_TRACE(file);
+        const auto image = *fixtures / file;
+        LoopDevice loop(image, sectorSize);
+        if (loop.device.empty()) GTEST_SKIP() << "losetup could not attach a loop device: " << loop.output;
 
         auto fromImage = MakeMachineInterface(Disk::MakeImageSource({image}), Computer());
         auto fromDevice = MakeMachineInterface(Disk::MakeSystemSource(), Computer());
         const std::string expected = TestSupport::DumpDisks(*fromImage, TestSupport::DumpScope::kContents);
-        const std::string actual = TestSupport::DumpDisks(*fromDevice, TestSupport::DumpScope::kContents, loop.device());
-        ASSERT_FALSE(actual.empty()) << loop.device() << " is not among the block devices";
+        const std::string actual = TestSupport::DumpDisks(*fromDevice, TestSupport::DumpScope::kContents, loop.device);
+        ASSERT_FALSE(actual.empty()) << loop.device << " is not among the block devices";
         EXPECT_EQ(actual, expected);
 
         // What only the device knows: a file-backed virtual disk, and the kernel's partition numbers where the
         // kernel scanned the partitions (some containers do not; then there is no number, 65535).
         const std::string everything = TestSupport::DumpDisks(*fromDevice, TestSupport::DumpScope::kEverything,
-                                                              loop.device());
-        EXPECT_NE(everything.find("device=" + loop.device() + " model=- iface=15"), std::string::npos) << everything;
-        const std::string name = std::filesystem::path(loop.device()).filename().string();
+                                                              loop.device);
+        EXPECT_NE(everything.find("device=" + loop.device + " model=- iface=15"), std::string::npos) << everything;
+        const std::string name = std::filesystem::path(loop.device).filename().string();
         const bool scanned = std::filesystem::exists("/sys/block/" + name + "/" + name + "p1");
         for (const char* number : {"1", "2"}) {
             const auto at = everything.find(std::string("#") + number + " type=");
