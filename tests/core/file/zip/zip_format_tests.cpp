@@ -20,6 +20,7 @@ TEST(ZipFormatTest, NamesAreNormalizedOrRefused) {
     EXPECT_EQ(NormalizeName(std::string(0x10000, 'n'), false), std::nullopt);
 }
 
+// The clamp to 1980 is the reader tests' (a folder dated 1971).
 TEST(ZipFormatTest, DosTimeRoundsSecondsDownAndClampsToItsRange) {
     std::tm leapDay{};
     leapDay.tm_year = 2024 - 1900;
@@ -30,11 +31,6 @@ TEST(ZipFormatTest, DosTimeRoundsSecondsDownAndClampsToItsRange) {
     leapDay.tm_sec = 59;
     EXPECT_EQ(ToDosDateTime(leapDay).date, 44 << 9 | 2 << 5 | 29);
     EXPECT_EQ(ToDosDateTime(leapDay).time, 13 << 11 | 45 << 5 | 29);
-
-    std::tm early = leapDay;
-    early.tm_year = 70;
-    EXPECT_EQ(ToDosDateTime(early).date, 1 << 5 | 1);
-    EXPECT_EQ(ToDosDateTime(early).time, 0);
 
     std::tm late = leapDay;
     late.tm_year = 2200 - 1900;

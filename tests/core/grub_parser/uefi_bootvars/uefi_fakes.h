@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <map>
 #include <optional>
+#include <set>
 
 #include "core/grub_parser/uefi_bootvars/nt_variable.h"
 #include "core/grub_parser/uefi_bootvars/uefi_errors.h"
@@ -26,15 +27,13 @@ public:
     }
     Common::Error EnumerateBootEntryIds(std::vector<std::uint16_t>& ids) override {
         if (enumerateError.Failed()) return enumerateError;
-        std::map<std::uint16_t, bool> found;
-        for (const auto& [name, value] : values) {
-            if (auto number = Uefi::ParseBootEntryVariableName(name)) found[*number] = true;
-        }
-        for (const auto& [name, error] : readErrors) {
-            if (auto number = Uefi::ParseBootEntryVariableName(name)) found[*number] = true;
-        }
-        ids.clear();
-        for (const auto& entry : found) ids.push_back(entry.first);
+        std::set<std::uint16_t> found;
+        auto add = [&](const std::wstring& name) {
+            if (auto number = Uefi::ParseBootEntryVariableName(name)) found.insert(*number);
+        };
+        for (const auto& entry : values) add(entry.first);
+        for (const auto& entry : readErrors) add(entry.first);
+        ids.assign(found.begin(), found.end());
         return {};
     }
 

@@ -115,11 +115,4 @@ inline std::string FixtureReportText() {
            "\r\nBoot variables in Boot Order:" + kSeparator + "10 0 2 7 1" + kSeparator;
 }
 
-// The whole text on a system without UEFI variables.
-inline std::string NoUefiReportText(bool allowed) {
-    return std::string(allowed ? "Boot variables are allowed on this system" : "Boot variables are not allowed on this system") +
-           kSeparator + "Could not obtain Boot Entries Enumerator, UEFI is not enabled" +
-           "Could not obtain Boot Order, UEFI is not enabled";
-}
-
 }  // namespace UefiTest
