@@ -46,18 +46,6 @@ TEST(ThreadedDetectorTest, ListWaitsOnlyForWhatRemainsOfTheSearchTime) {
     EXPECT_LT(Clock::now() - start, 100ms) << "the search time is over";
 }
 
-TEST(ThreadedDetectorTest, ListDoesNotWaitForASearchThatEnded) {
-    ScriptedDetector detector({5000ms, 1000ms}, [](SearchContext& context) {
-        context.Report(Found(L"a", L"10.0.0.1", "", {"10.0.0.1"}));
-    });
-    auto start = Clock::now();
-    detector.Start();
-    Locations locations = detector.GetLocations();
-    EXPECT_LT(Clock::now() - start, 2000ms);
-    ASSERT_EQ(locations.size(), 1u);
-    EXPECT_EQ(locations[0]->name, L"a");
-}
-
 TEST(ThreadedDetectorTest, StopEndsTheSearchAndTheWait) {
     auto sawStop = std::make_shared<std::atomic<bool>>(false);
     auto start = Clock::now();

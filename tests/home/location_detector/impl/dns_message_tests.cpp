@@ -103,13 +103,11 @@ TEST(DnsDecodeTest, QuestionsAaaaUnknownTypesAndEmptyTxt) {
 }
 
 TEST(DnsDecodeTest, PointersMustGoBackwardsAndCannotLoop) {
-    // A pointer that points ahead.
-    EXPECT_EQ(Refusal(Header(1, 0, 0, 0)({0xC0, 14, 0, 0, 1, 0, 1}).bytes), "compression pointer does not point backwards");
     // A pointer to itself.
     EXPECT_EQ(Refusal(Header(1, 0, 0, 0)({0xC0, 12, 0, 1, 0, 1}).bytes), "compression pointer does not point backwards");
     // A pointer to the start of the name that holds it: "a" then back to "a" for ever.
     EXPECT_EQ(Refusal(Header(1, 0, 0, 0)({1})("a")({0xC0, 12, 0, 1, 0, 1}).bytes), "compression pointer does not point backwards");
-    // Two pointers pointing at each other.
+    // Two pointers pointing at each other, the first ahead.
     EXPECT_EQ(Refusal(Header(1, 0, 0, 0)({0xC0, 14, 0xC0, 12, 0, 1, 0, 1}).bytes), "compression pointer does not point backwards");
     // Into the header.
     EXPECT_EQ(Refusal(Header(2, 0, 0, 0)({0, 0, 1, 0, 1})({0xC0, 5, 0, 1, 0, 1}).bytes), "compression pointer into the header");
