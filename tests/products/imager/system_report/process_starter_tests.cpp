@@ -105,29 +105,6 @@ TEST(ProcessStarterTest, ExitCodesOfEndedAndMissingToolsAndOfToolsStartedAfterAT
     EXPECT_EQ(starter.GetExitCode(), 1);
 }
 
-// Only exit code 0 makes an entry, whether or not the tool wrote its file; an entry whose file is
-// missing (as Wine's msinfo32 leaves it) does not fail the save.
-TEST(ReportProcessBaseTest, OnlyExitCodeZeroGivesAnEntryAndAMissingFileDoesNotFailTheSave) {
-    ToolFolder tools;
-    TempFolder scratchParent;
-    SystemReport::ReportManager manager;
-    manager.Add(std::make_shared<ToolItem>(tools.QuotedTool(), WritingItsFile(L"--exit 1")));
-    manager.Add(std::make_shared<ToolItem>(tools.QuotedTool(), L"--exit 0"));
-    auto written = std::make_shared<ToolItem>(tools.QuotedTool(), WritingItsFile(L"--exit 0"));
-    manager.Add(written);
-    ASSERT_TRUE(manager.Create(scratchParent.path()).Succeeded());
-    ASSERT_EQ(manager.Entries().size(), 2u);
-    EXPECT_EQ(written->ProducedFiles(), std::vector<fs::path>{manager.Entries()[1].source});
-    EXPECT_EQ(std::distance(fs::directory_iterator(manager.ScratchFolder()), fs::directory_iterator()), 2)
-        << "the failing tool did write its file";
-    fs::path archive = scratchParent.path() / "r.zip";
-    ASSERT_TRUE(manager.SaveAs(archive).Succeeded());
-    auto stored = TestSupport::ReadZip(archive);
-    ASSERT_TRUE(stored.has_value());
-    ASSERT_EQ(stored->size(), 1u);
-    EXPECT_EQ(stored->at("tool.txt").data, "tool output");
-}
-
 TEST(ReportProcessBaseTest, AToolThatOutlivesTheTimeOutGivesNoEntryIsLeftRunningAndTheRunGoesOn) {
     ToolFolder tools;
     TempFolder scratchParent;

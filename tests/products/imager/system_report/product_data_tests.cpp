@@ -45,37 +45,21 @@ protected:
     const fs::path links = fixtures / "links";
 };
 
-TEST(ReportProductDataTest, AddsTheMachineWideFolderFilteredAndThePerUserFolderAsItIs) {
+// The two folders, their names in the archive and which one is filtered: product_data_e2e.sh.
+TEST(ReportProductDataTest, AnUnnamedUserIsUserAndAFolderThatCannotBeLocatedAddsNothing) {
     TempFolder temp;
     auto folders = std::make_shared<FakeFolders>();
-    folders->common = temp.path() / "common";
     folders->user = temp.path() / "user";
-    folders->userName = L"jdoe";
     ReportContext context;
     context.folders = folders;
     context.textFilter = std::make_shared<TextDataFilter>();
     FileEntries entries;
     ASSERT_TRUE(ReportProductData(context).Create(temp.path(), entries).Succeeded());
-
     const std::wstring s(1, fs::path::preferred_separator);
-    ASSERT_EQ(entries.size(), 2u);
-    EXPECT_EQ(entries[0].source, temp.path() / "common" / "Brendix" / "");
-    EXPECT_EQ(entries[0].archiveName, L"Application Data" + s + L"All Users" + s + L"Brendix" + s);
-    EXPECT_EQ(entries[0].title, L"Common Application Data");
-    EXPECT_EQ(entries[0].filter, context.textFilter);
-    EXPECT_EQ(entries[1].source, temp.path() / "user" / "Brendix" / "");
-    EXPECT_EQ(entries[1].archiveName, L"Application Data" + s + L"jdoe" + s + L"Brendix" + s);
-    EXPECT_EQ(entries[1].title, L"User's Application Data");
-    EXPECT_EQ(entries[1].filter, nullptr);
-    for (const FileEntry& entry : entries) EXPECT_TRUE(entry.folder && entry.recursive);
-
-    // Without a user name the per-user folder goes under "User"; a folder that cannot be located adds nothing.
-    folders->userName.reset();
-    folders->common.reset();
-    entries.clear();
-    ASSERT_TRUE(ReportProductData(context).Create(temp.path(), entries).Succeeded());
     ASSERT_EQ(entries.size(), 1u);
+    EXPECT_EQ(entries[0].source, temp.path() / "user" / "Brendix" / "");
     EXPECT_EQ(entries[0].archiveName, L"Application Data" + s + L"User" + s + L"Brendix" + s);
+    EXPECT_TRUE(entries[0].folder && entries[0].recursive);
     folders->user.reset();
     entries.clear();
     EXPECT_TRUE(ReportProductData(context).Create(temp.path(), entries).Succeeded());
@@ -98,14 +82,11 @@ TEST_F(ProductFixtures, CertificatesPrintFromPemAndDerAndWhatCannotBePrintedIsNa
     subject = subject.substr(subject.find('=') + 1);
     subject = subject.substr(subject.find_first_not_of(' '));
     EXPECT_NE(fromPem.find("Subject: " + subject.substr(0, subject.find('\n')) + "\r\n"), std::string::npos) << fromPem;
-    EXPECT_EQ(fromPem.find('\n'), fromPem.find("\r\n") + 1);
 
+    // The error's text is what the online-backup details print (their test below).
     std::string text;
-    EXPECT_EQ(Common::WideToUtf8(PrintCertificate(bytes("not a certificate"), text).Message()),
-              "Failed to retrieve certificate contents");
-    EXPECT_EQ(Common::WideToUtf8(PrintCertificate(bytes(pem.substr(0, pem.size() / 2)), text).Message()),
-              "Failed to retrieve certificate contents");
-    EXPECT_TRUE(PrintCertificate({}, text).Failed());
+    for (const std::string& bad : {std::string("not a certificate"), pem.substr(0, pem.size() / 2), std::string()})
+        EXPECT_TRUE(PrintCertificate(bytes(bad), text).Failed()) << bad;
 }
 
 TEST_F(ProductFixtures, OnlineBackupDetailsDescribeEachCertificateOfEachOnlineBackupFolder) {
@@ -126,14 +107,12 @@ TEST_F(ProductFixtures, OnlineBackupDetailsDescribeEachCertificateOfEachOnlineBa
     ASSERT_TRUE(WriteOnlineBackupDetails(maker).Succeeded());
 
     const std::string details = ReadFile(first / "online_backup.txt");
-    EXPECT_EQ(details.rfind("Product version: 24.7.38530\r\n\r\n", 0), 0u) << details;
     const std::string size = std::to_string(fs::file_size(first / "client.crt"));
     EXPECT_NE(details.find("Filename: 'client.crt'\r\nSize: " + size + " bytes\r\nCreation time: "), std::string::npos);
     EXPECT_TRUE(std::regex_search(details, std::regex("Creation time: \\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d UTC\r\n-----\r\n")));
     EXPECT_NE(details.find("Filename: 'binary.CRT'"), std::string::npos);
     EXPECT_NE(details.find("Filename: 'broken.crt'\r\n"), std::string::npos);
     EXPECT_NE(details.find("-----\r\nFailed to retrieve certificate contents\r\n"), std::string::npos);
-    EXPECT_NE(details.find("Subject: CN = Backup Test"), std::string::npos);
     EXPECT_EQ(details.find("notes.txt"), std::string::npos);
     EXPECT_EQ(details.find("folder.crt"), std::string::npos);
     // The other folder has no certificates: only the version line.

@@ -1,5 +1,7 @@
-// The scheduler report: bytes passed through, the buffer always freed, the library loaded from a folder.
+// The scheduler report: bytes passed through, the buffer always freed, the library loaded from a folder;
+// and the text item around it and the version report (whose exact bytes entry_point_e2e.sh checks).
 #include "products/imager/system_report/scheduler_report.h"
+#include "products/imager/system_report/text_report.h"
 
 #include <gtest/gtest.h>
 
@@ -73,7 +75,6 @@ TEST(SchedulerReportTest, LibraryBesideTheExecutableIsLoadedAndItsReportArchived
     ASSERT_FALSE(item.Create(temp.path(), entries).Failed());
     ASSERT_EQ(entries.size(), 1u);
     EXPECT_EQ(entries[0].archiveName, L"schedule.txt");
-    EXPECT_EQ(entries[0].title, L"Scheduler report");
     EXPECT_EQ(TestSupport::ReadFile(entries[0].source), std::string("Task 1\r\n\0binary\xFF\n", 17));
 }
 
@@ -83,6 +84,23 @@ TEST(SchedulerReportTest, MissingLibraryLeavesTheItemOutWithoutFailing) {
     SystemReport::FileEntries entries;
     EXPECT_FALSE(item.Create(temp.path(), entries).Failed());
     EXPECT_TRUE(entries.empty());
+}
+
+TEST(TextReportTest, AnItemThatCannotCreateItsFileAddsNoEntry) {
+    TestSupport::TempFolder temp;
+    int calls = 0;
+    bool sawStream = true;
+    SystemReport::TextReport item(L"t", L"x.txt", [&](std::ostream* out) {
+        ++calls;
+        sawStream = out != nullptr;
+        return Common::Error();
+    });
+    SystemReport::FileEntries entries;
+    Common::Error error = item.Create(temp.path() / "missing-folder", entries);
+    EXPECT_EQ(error.Code(), 0x4000au);
+    EXPECT_TRUE(entries.empty());
+    EXPECT_EQ(calls, 1) << "the producer still runs without a stream, to release what it holds";
+    EXPECT_FALSE(sawStream);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
-// The redaction filters: the rule tables' own cases, the effects and quirks of the reference that are
-// kept, the UTF-16LE framing, and inputs far larger than the reference can take.
+// The redaction filters: edge cases of the rule tables (every row also runs against the reference in the
+// differential test), the effects and quirks of the reference that are kept, the UTF-16LE framing, and
+// inputs far larger than the reference can take.
 #include "products/imager/system_report/filters/text_data_filter.h"
 
 #include <gtest/gtest.h>
@@ -47,20 +48,15 @@ TEST(TextDataFilterTest, CasesOfTheRuleTables) {
     EXPECT_EQ(Filter8("UserName: jdoe"), "UserName: ***");
     EXPECT_EQ(Filter8("Opened D:\\Users\\jdoe\\AppData\\x.log"), "Opened D:\\Users\\***\\AppData\\x.log");
     EXPECT_EQ(Filter8("Sent to john.doe@example.com at noon\r\nnext"), "Sent to ***@**.** at noon\r\nnext");
-    EXPECT_EQ(Filter8("CURUSER=bob\nPassword: x\nprivate key 1"), "CURUSER ***\nPassword ***\nprivate ***");
-    EXPECT_EQ(Filter8("SeLockMemoryPrivilege = S-1-5-32-544"), "SeLockMemoryPrivilege =  ***");
-    EXPECT_EQ(Filter8("<LocationLogin>jdoe</LocationLogin>"), "<LocationLogin> *** </LocationLogin>");
     // 16-bit: "username" takes no blank or colon and stops at '<', '>' and ']'.
     EXPECT_EQ(Filter16(u"username<b>"), Utf16Le(u"username<b>"));
     EXPECT_EQ(Filter16(u"username=<b>x</b>"), Utf16Le(u"username ***<b>x</b>"));
     EXPECT_EQ(Filter16(u"[username: jdoe] Password=1"), Utf16Le(u"[username ***] Password ***"));
-    EXPECT_EQ(Filter16(u"mail a.b@c-d.org\r\n"), Utf16Le(u"mail ***@**.**\r\n"));
 }
 
 TEST(TextDataFilterTest, IntendedEffectsOfTheRules) {
     // A longer word that begins with a key word is cut too.
     EXPECT_EQ(Filter8("usernames are listed"), "username ***");
-    EXPECT_EQ(Filter8("Passwords expire"), "Password ***");
     // The user folder is replaced only after the last "\Users\" of a line.
     EXPECT_EQ(Filter8("C:\\Users\\a\\x D:\\Users\\b\\y\nE:\\Users\\c\\z"),
               "C:\\Users\\a\\x D:\\Users\\***\\y\nE:\\Users\\***\\z");
