@@ -1,4 +1,4 @@
-// The disk report item: its file, title and text, and the stop request passed to the disk-access interface.
+// The disk report item: its file and text, and the stop request passed to the disk-access interface.
 #include "products/imager/system_report/report_disk.h"
 
 #include <gtest/gtest.h>
@@ -9,7 +9,7 @@
 
 namespace {
 
-TEST(ReportDiskTest, WritesDisksTxtUnderItsTitle) {
+TEST(ReportDiskTest, WritesDisksTxt) {
     DaApiTest::FakeComputer computer;
     computer.properties.Text(DaApi::Prop::kComputerName, "HOST");
     DaApiTest::InstallFake(computer);
@@ -19,7 +19,6 @@ TEST(ReportDiskTest, WritesDisksTxtUnderItsTitle) {
     ASSERT_FALSE(item.Create(temp.path(), entries).Failed());
     ASSERT_EQ(entries.size(), 1u);
     EXPECT_EQ(entries[0].archiveName, L"disks.txt");
-    EXPECT_EQ(entries[0].title, L"Disks report");
     EXPECT_EQ(entries[0].filter, nullptr);
     EXPECT_TRUE(TestSupport::ReadFile(entries[0].source).starts_with("DA-API report version 3\r\n\r\nComputer HOST\r\n"));
 }

@@ -37,26 +37,22 @@ private:
     std::uint32_t failWith_;
 };
 
-class UpperCaseFilter : public SystemReport::CopyFileFilter {
+// Upper-cases the text, or fails as a filter may: with an error, or with an exception as one that runs out
+// of memory on a huge file does.
+class TestFilter : public SystemReport::CopyFileFilter {
 public:
+    enum Mode { kUpperCase, kError, kThrow };
+    explicit TestFilter(Mode mode = kUpperCase) : mode_(mode) {}
     Common::Error Filter(const std::string& text, std::string& filtered) const override {
+        if (mode_ == kThrow) throw std::bad_alloc();
+        if (mode_ == kError) return Common::Error::Make(0x1234, L"engine failure");
         filtered = text;
         for (char& c : filtered) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
         return {};
     }
-};
 
-class FailingFilter : public SystemReport::CopyFileFilter {
-public:
-    Common::Error Filter(const std::string&, std::string&) const override {
-        return Common::Error::Make(0x1234, L"engine failure");
-    }
-};
-
-// As a filter does that runs out of memory on a huge file.
-class ThrowingFilter : public SystemReport::CopyFileFilter {
-public:
-    Common::Error Filter(const std::string&, std::string&) const override { throw std::bad_alloc(); }
+private:
+    Mode mode_;
 };
 
 // A failing or throwing item neither stops nor fails the run: the files it wrote are archived. An entry
@@ -194,32 +190,26 @@ TEST_F(FolderEntryTest, SettingsFilesLoseTheirPasswordsAndTheCopyIsCleanedUp) {
     EXPECT_EQ(zip.at("d/OnlineBackup.ini").data, "[Account]\r\nUser=jdoe\r\nServer=x\r\n");
     EXPECT_EQ(zip.count("d/OnlineBackup.ini.for_report"), 0u);
     EXPECT_FALSE(fs::exists(data / "OnlineBackup.ini.for_report"));
-    EXPECT_EQ(TestSupport::ReadFile(data / "OnlineBackup.ini").find("hunter2") != std::string::npos, true)
+    EXPECT_NE(TestSupport::ReadFile(data / "OnlineBackup.ini").find("hunter2"), std::string::npos)
         << "the product's own file must stay as it was";
-}
-
-TEST_F(FolderEntryTest, SettingsAreScrubbedEvenWhereTheCopyCannotBeWritten) {
-    fs::path data = temp.path() / "data";
-    WriteFile(data / "s.ini", "OBPassword=hunter2\nkeep=1\n");
-    // A folder in the copy's place makes writing the copy fail, as a read-only product folder would.
-    fs::create_directories(data / "s.ini.for_report");
-    auto zip = Run({{data, L"d/", L"t", std::make_shared<UpperCaseFilter>(), true, true}});
-    EXPECT_EQ(zip.at("d/s.ini").data, "KEEP=1\n");
 }
 
 TEST_F(FolderEntryTest, FiltersApplyToEveryFileAndAFailingFilterLeavesTheFileOut) {
     fs::path data = temp.path() / "data";
     WriteFile(data / "a.log", "user name: jdoe");
     WriteFile(data / "sub" / "b.log", "more");
-    WriteFile(data / "s.ini", "OBPassword=hunter2\n");
-    fs::create_directories(data / "s.ini.for_report");  // the settings go through the filter from memory
-    auto filtered = Run({{data, L"f/", L"t", std::make_shared<UpperCaseFilter>(), true, true}});
+    WriteFile(data / "s.ini", "OBPassword=hunter2\nkeep=1\n");
+    // A folder in the copy's place makes writing the scrubbed copy fail, as a read-only product folder
+    // would: the settings are scrubbed and filtered from memory.
+    fs::create_directories(data / "s.ini.for_report");
+    auto filtered = Run({{data, L"f/", L"t", std::make_shared<TestFilter>(), true, true}});
     EXPECT_EQ(filtered.at("f/a.log").data, "USER NAME: JDOE");
     EXPECT_EQ(filtered.at("f/sub/b.log").data, "MORE");
+    EXPECT_EQ(filtered.at("f/s.ini").data, "KEEP=1\n");
     // An error or an exception of the filter loses the file, and only the file: the save goes on.
-    for (auto filter : {std::shared_ptr<SystemReport::CopyFileFilter>(std::make_shared<FailingFilter>()),
-                        std::shared_ptr<SystemReport::CopyFileFilter>(std::make_shared<ThrowingFilter>())}) {
-        auto failing = Run({{data, L"g/", L"t", filter, true, true}, {data / "a.log", L"plain.log", L"t", nullptr}});
+    for (auto mode : {TestFilter::kError, TestFilter::kThrow}) {
+        auto failing = Run({{data, L"g/", L"t", std::make_shared<TestFilter>(mode), true, true},
+                            {data / "a.log", L"plain.log", L"t", nullptr}});
         EXPECT_EQ(failing.count("g/a.log") + failing.count("g/sub/b.log") + failing.count("g/s.ini"), 0u);
         EXPECT_EQ(failing.count("plain.log"), 1u);
     }
@@ -230,7 +220,7 @@ TEST(FilteredCopyFileTest, UnreadableSourceIsAnError) {
     TempFolder temp;
     std::string filtered;
     for (const fs::path& source : {temp.path(), temp.path() / "missing"}) {
-        EXPECT_EQ(SystemReport::FilteredCopyFile(source, UpperCaseFilter(), filtered).Code(), 0x40007u);
+        EXPECT_EQ(SystemReport::FilteredCopyFile(source, TestFilter(), filtered).Code(), 0x40007u);
     }
 }
 
