@@ -99,7 +99,7 @@ struct ItemCase {
     MakeItem make;
     std::wstring executable;
     std::wstring arguments;  // {0}: the quoted path of the scratch file
-    std::wstring extension, archiveName, title;
+    std::wstring extension, archiveName;
     std::shared_ptr<CopyFileFilter> filter;
 };
 
@@ -112,30 +112,27 @@ std::vector<ItemCase> Cases() {
                                                 std::make_unique<FakeHost>(std::make_shared<HostState>()), std::move(starter));
     };
     return {
-        {msinfo, L"msinfo32.exe", L" /nfo {0}", L".nfo", L"msinfo.nfo", L"MSInfo32 report", nullptr},
-        {Maker<ReportAppLog>(), L"wmic", L"nteventlog where \"Logfilename='Application'\" Call BackupEventLog {0}", L"",
-         L"applog.evt", L"applog.evt", nullptr},
-        {Maker<ReportSysLog>(), L"wmic", L"nteventlog where \"Logfilename='System'\" Call BackupEventLog {0}", L"",
-         L"syslog.evt", L"syslog.evt", nullptr},
-        {Maker<ReportRegistryKeys>(kWideTextFilter), L"reg", L"EXPORT \"HKLM\\Software\\Brendix\" {0} /y", L"",
-         L"vexreg.reg", L"vexreg.reg", kWideTextFilter},
-        {Maker<ReportRegistryKeys64>(kWideTextFilter), L"reg", L"EXPORT \"HKLM\\Software\\Wow6432Node\\Brendix\" {0} /y",
-         L"", L"vexreg64.reg", L"vexreg64.reg", kWideTextFilter},
-        {Maker<ReportUserRights>(kTextFilter), L"secedit", L"/export /areas USER_RIGHTS /cfg {0}", L"", L"rights.txt",
-         L"User rights", kTextFilter},
+        {msinfo, L"msinfo32.exe", L" /nfo {0}", L".nfo", L"msinfo.nfo", nullptr},
+        {Maker<ReportAppLog>(), L"wmic", L"nteventlog where \"Logfilename='Application'\" Call BackupEventLog {0}", L"", L"applog.evt", nullptr},
+        {Maker<ReportSysLog>(), L"wmic", L"nteventlog where \"Logfilename='System'\" Call BackupEventLog {0}", L"", L"syslog.evt", nullptr},
+        {Maker<ReportRegistryKeys>(kWideTextFilter), L"reg", L"EXPORT \"HKLM\\Software\\Brendix\" {0} /y", L"", L"vexreg.reg",
+         kWideTextFilter},
+        {Maker<ReportRegistryKeys64>(kWideTextFilter), L"reg", L"EXPORT \"HKLM\\Software\\Wow6432Node\\Brendix\" {0} /y", L"",
+         L"vexreg64.reg", kWideTextFilter},
+        {Maker<ReportUserRights>(kTextFilter), L"secedit", L"/export /areas USER_RIGHTS /cfg {0}", L"", L"rights.txt", kTextFilter},
         {Maker<ReportWmiPnpAll>(), L"wmic",
          L"/OUTPUT:{0} path Win32_PnPEntity get Caption, ClassGuid, Manufacturer, Name, PNPDeviceID, Service, Status", L"",
-         L"wmi-PnPEntities-all.txt", L"PnP controllers", nullptr},
+         L"wmi-PnPEntities-all.txt", nullptr},
         {Maker<ReportWmiPnpStorageAndNetwork>(), L"wmic",
          L"/OUTPUT:{0} path Win32_PnPEntity where \"(PNPDeviceID like '%VEN%') and (ClassGuid like "
          L"'{4d36e96a-e325-11ce-bfc1-08002be10318}' or ClassGuid like '{4d36e97b-e325-11ce-bfc1-08002be10318}' or "
          L"ClassGuid like '{4d36e972-e325-11ce-bfc1-08002be10318}' or Service like '%USBXHCI%' or Service like "
          L"'%nvme%')\" get Caption",
-         L"", L"wmi-PnPEntities-StorageAndNetwork.txt", L"PnP storage controllers and PnP network controllers", nullptr},
+         L"", L"wmi-PnPEntities-StorageAndNetwork.txt", nullptr},
         {Maker<ReportWmiPnpVen>(), L"wmic",
          L"/OUTPUT:{0} path Win32_PnPEntity where \"PNPDeviceID like '%VEN%'\" get Caption, ClassGuid, Manufacturer, "
          L"Name, PNPDeviceID, Service, Status",
-         L"", L"wmi-PnPEntities-InclVenInfo.txt", L"PnP controllers with vendor's information", nullptr},
+         L"", L"wmi-PnPEntities-InclVenInfo.txt", nullptr},
     };
 }
 
@@ -166,7 +163,6 @@ TEST(SystemToolItemsTest, EachItemRunsItsToolWithAFreshNameAndNamesItsFileOnlyWh
             ASSERT_EQ(entries.size(), 1u);
             EXPECT_EQ(Common::Utf8ToWide(Common::PathToUtf8(entries[0].source)), file);
             EXPECT_EQ(entries[0].archiveName, item.archiveName);
-            EXPECT_EQ(entries[0].title, item.title);
             EXPECT_EQ(entries[0].filter, item.filter);
         }
     }
