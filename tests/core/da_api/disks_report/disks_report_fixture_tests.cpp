@@ -125,24 +125,4 @@ TEST_F(DisksReportFixtureTest, NtfsPrintoutAgreesWithNtfsinfo) {
     EXPECT_EQ(NumberAfter(info, "MFT Record Size:"), 1024u);
 }
 
-TEST_F(DisksReportFixtureTest, FileSystemBlocksAgreeWithDumpe2fsAndFsckFat) {
-    std::string ext4 = Block("Partition 0-5: of type 83 (Linux) and size 12M file system");
-    std::string dump = Report("mbr.p5.dumpe2fs.txt");
-    ASSERT_FALSE(ext4.empty());
-    ASSERT_FALSE(dump.empty());
-    EXPECT_EQ(*NumberAfter(ext4, "BlockSize:") * 512, NumberAfter(dump, "Block size:"));
-    EXPECT_EQ(NumberAfter(ext4, "BlockCount:"), NumberAfter(dump, "Block count:"));
-    EXPECT_EQ(NumberAfter(ext4, "FreeBlockCount:"), NumberAfter(dump, "Free blocks:"));
-    EXPECT_EQ(NumberAfter(ext4, "InodeCount:"), NumberAfter(dump, "Inode count:"));
-    EXPECT_EQ(NumberAfter(ext4, "FreeInodeCount:"), NumberAfter(dump, "Free inodes:"));
-    EXPECT_EQ(NumberAfter(ext4, "InodeSize:"), NumberAfter(dump, "Inode size:"));
-
-    // "1 files, 0/8167 clusters": used and total clusters.
-    std::string fat = Block("Partition 0-1: of type 06 (FAT16) and size 16M file system");
-    std::string fsck = Report("mbr.p1.fsck.txt");
-    std::uint64_t clusters = *NumberBefore(fsck, "data clusters");
-    EXPECT_EQ(NumberAfter(fat, "BlockCount:"), clusters);
-    EXPECT_EQ(*NumberAfter(fat, "FreeBlockCount:"), clusters - *NumberAfter(fsck, "files, "));
-}
-
 }  // namespace
