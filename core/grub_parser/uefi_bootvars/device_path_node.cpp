@@ -69,9 +69,9 @@ Common::Error FileDevicePathNode::CreateInstance(const DevicePathHeader& header,
                                                  DevicePathNodePtr& node) {
     if (header.length < kMinimumSize) return MakeMalformedError();
     // PathName is CHAR16[]: a body of odd length holds no UTF-16 text, so the node fails.
-    // The UEFI specification calls PathName null-terminated and sizes it by the node's Length; a body
-    // without the zero unit is taken whole, because the Length bounds the text and a path shown is worth
-    // more to the report than an entry dropped.
+    // UEFI 2.10's File Path Media Device Path calls PathName null-terminated and sizes it by the node's
+    // Length; a body without the zero unit is taken whole, because the Length bounds the text and a path
+    // shown is worth more to the report than an entry dropped.
     std::size_t bodyLength = header.length - kDevicePathHeaderSize;
     if (bodyLength % 2 != 0) return MakeMalformedError();
     std::span<const std::uint8_t> body;
