@@ -12,6 +12,7 @@
 
 #include "core/common/log.h"
 #include "core/common/strings.h"
+#include "core/common/windows_handles.h"
 #include "core/disk/block_device.h"
 #include "core/disk/file_block_device.h"
 
@@ -21,34 +22,8 @@ namespace {
 // Disks are numbered from 0; gaps happen (a removed disk), so every number up to this is tried.
 constexpr unsigned kMaxDiskNumber = 64;
 
-class ScopedHandle {
-public:
-    explicit ScopedHandle(HANDLE handle = INVALID_HANDLE_VALUE) : handle_(handle) {}
-    ScopedHandle(const ScopedHandle&) = delete;
-    ScopedHandle& operator=(const ScopedHandle&) = delete;
-    ~ScopedHandle() {
-        if (IsValid()) CloseHandle(handle_);
-    }
-    bool IsValid() const { return handle_ != INVALID_HANDLE_VALUE && handle_ != nullptr; }
-    HANDLE Get() const { return handle_; }
-
-private:
-    HANDLE handle_;
-};
-
-class ScopedFindVolume {
-public:
-    explicit ScopedFindVolume(HANDLE find) : find_(find) {}
-    ScopedFindVolume(const ScopedFindVolume&) = delete;
-    ScopedFindVolume& operator=(const ScopedFindVolume&) = delete;
-    ~ScopedFindVolume() {
-        if (find_ != INVALID_HANDLE_VALUE) FindVolumeClose(find_);
-    }
-    HANDLE Get() const { return find_; }
-
-private:
-    HANDLE find_;
-};
+using Common::FindVolumeHandle;
+using Common::KernelHandle;
 
 // A handle for queries only (no read access needed), so that facts come even when reads are refused.
 HANDLE OpenForQueries(const std::wstring& path) {
@@ -133,14 +108,14 @@ std::vector<VolumeFacts> LayoutPartitions(HANDLE handle) {
 // Adds the drive letter, label and free space of every mounted volume that lies on disk `number`.
 void AddMountedVolumes(DWORD number, std::vector<VolumeFacts>& partitions) {
     wchar_t name[MAX_PATH] = {};
-    ScopedFindVolume find(FindFirstVolumeW(name, MAX_PATH));
-    if (find.Get() == INVALID_HANDLE_VALUE) return;
+    FindVolumeHandle find(FindFirstVolumeW(name, MAX_PATH));
+    if (!find) return;
     do {
         std::wstring volumeName(name);  // "\\?\Volume{GUID}\"
         std::wstring device = volumeName;
         if (!device.empty() && device.back() == L'\\') device.pop_back();
-        ScopedHandle volume(OpenForQueries(device));
-        if (!volume.IsValid()) continue;
+        KernelHandle volume(OpenForQueries(device));
+        if (!volume) continue;
         VOLUME_DISK_EXTENTS extents{};
         if (!Ioctl(volume.Get(), IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS, nullptr, 0, extents) ||
             extents.NumberOfDiskExtents != 1 || extents.Extents[0].DiskNumber != number)
@@ -173,8 +148,8 @@ void AddMountedVolumes(DWORD number, std::vector<VolumeFacts>& partitions) {
 
 std::vector<VolumeFacts> VolumesOf(DWORD number) {
     const std::wstring path = L"\\\\.\\PhysicalDrive" + std::to_wstring(number);
-    ScopedHandle handle(OpenForQueries(path));
-    if (!handle.IsValid()) return {};
+    KernelHandle handle(OpenForQueries(path));
+    if (!handle) return {};
     std::vector<VolumeFacts> partitions = LayoutPartitions(handle.Get());
     AddMountedVolumes(number, partitions);
     return partitions;
@@ -222,8 +197,8 @@ public:
     std::vector<std::unique_ptr<BlockDevice>> Enumerate() override {
         std::vector<std::unique_ptr<BlockDevice>> disks;
         for (unsigned number = 0; number < kMaxDiskNumber; ++number) {
-            ScopedHandle query(OpenForQueries(L"\\\\.\\PhysicalDrive" + std::to_wstring(number)));
-            if (!query.IsValid()) continue;
+            KernelHandle query(OpenForQueries(L"\\\\.\\PhysicalDrive" + std::to_wstring(number)));
+            if (!query) continue;
             disks.push_back(OpenDisk(number, query.Get()));
         }
         return disks;

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdlib>
 
+#include "core/common/file_descriptor.h"
 #include "core/common/log.h"
 #include "core/common/strings.h"
 #include "core/grub_parser/uefi_bootvars/uefi_errors.h"
@@ -26,20 +27,6 @@ constexpr std::size_t kAttributesSize = 4;
 // entry is a few hundred bytes), so 1 MiB passes every real variable while a huge file, or one that
 // never ends, is refused before it takes the memory.
 constexpr std::size_t kMaximumFileSize = 1024 * 1024;
-
-class ScopedDescriptor {
-public:
-    explicit ScopedDescriptor(int descriptor) : descriptor_(descriptor) {}
-    ScopedDescriptor(const ScopedDescriptor&) = delete;
-    ScopedDescriptor& operator=(const ScopedDescriptor&) = delete;
-    ~ScopedDescriptor() {
-        if (descriptor_ >= 0) close(descriptor_);
-    }
-    int get() const { return descriptor_; }
-
-private:
-    int descriptor_;
-};
 
 std::filesystem::path VariablePath(const std::filesystem::path& root, const std::wstring& name, const Guid& vendor) {
     return root / Common::PathFromUtf8(Common::WideToUtf8(name) + "-" + GuidToLowerText(vendor));
@@ -81,9 +68,9 @@ public:
                                         static_cast<std::uint8_t>(attributes >> 24)};
         bytes.insert(bytes.end(), Data().begin(), Data().end());
         int flags = O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | (IsEfivarfs(root_) ? 0 : O_TRUNC);
-        ScopedDescriptor file(open(path.c_str(), flags, 0644));
-        if (file.get() < 0) return MakeBootEntryError(Name(), Common::Error::AddErrno(errno));
-        ssize_t written = write(file.get(), bytes.data(), bytes.size());
+        Common::FileDescriptor file(open(path.c_str(), flags, 0644));
+        if (!file) return MakeBootEntryError(Name(), Common::Error::AddErrno(errno));
+        ssize_t written = write(file.Get(), bytes.data(), bytes.size());
         if (written < 0) return MakeBootEntryError(Name(), Common::Error::AddErrno(errno));
         if (static_cast<std::size_t>(written) != bytes.size()) return MakeBootEntryError(Name(), Common::Error::AddErrno(EIO));
         return {};
@@ -95,15 +82,15 @@ protected:
         std::filesystem::path path = VariablePath(root_, Name(), VendorGuid());
         // Neither a link (to /dev/zero, say) is followed nor a FIFO waited on: only a regular file of a
         // bounded size is read; anything else is an unreadable variable.
-        ScopedDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-        if (file.get() < 0) return ErrorFromErrno(errno, Name());
+        Common::FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+        if (!file) return ErrorFromErrno(errno, Name());
         struct stat info {};
-        if (fstat(file.get(), &info) != 0) return ErrorFromErrno(errno, Name());
+        if (fstat(file.Get(), &info) != 0) return ErrorFromErrno(errno, Name());
         if (!S_ISREG(info.st_mode)) return Unreadable(path, "is not a regular file");
         std::vector<std::uint8_t> bytes;
         std::uint8_t chunk[4096];
         for (;;) {
-            ssize_t got = read(file.get(), chunk, sizeof chunk);
+            ssize_t got = read(file.Get(), chunk, sizeof chunk);
             if (got < 0 && errno == EINTR) continue;
             if (got < 0) return ErrorFromErrno(errno, Name());
             if (got == 0) break;

@@ -1,9 +1,8 @@
 // Windows helpers of the firmware-variable backend.
 #include "core/grub_parser/uefi_bootvars/win_helpers.h"
 
-#include <memory>
-
 #include "core/common/strings.h"
+#include "core/common/windows_handles.h"
 #include "core/grub_parser/uefi_bootvars/uefi_errors.h"
 
 namespace Uefi {
@@ -11,10 +10,6 @@ namespace {
 
 constexpr const wchar_t* kSystemEnvironmentPrivilege = L"SeSystemEnvironmentPrivilege";
 
-struct HandleCloser {
-    void operator()(HANDLE handle) const { CloseHandle(handle); }
-};
-using ScopedHandle = std::unique_ptr<void, HandleCloser>;
 
 using RtlInitUnicodeStringFn = VOID(NTAPI*)(PUNICODE_STRING, PCWSTR);
 
@@ -45,11 +40,10 @@ Common::Error InitUnicodeString(UNICODE_STRING& counted, const std::wstring& tex
 }
 
 Common::Error EnableProcessPrivilege(const wchar_t* privilegeName) {
-    HANDLE rawToken = nullptr;
-    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, &rawToken)) {
+    Common::KernelHandle token;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, token.Receive())) {
         return Common::Error::AddWindowsError(GetLastError());
     }
-    ScopedHandle token(rawToken);
     TOKEN_PRIVILEGES privileges{};
     privileges.PrivilegeCount = 1;
     privileges.Privileges[0].Attributes = SE_PRIVILEGE_ENABLED;
@@ -57,7 +51,7 @@ Common::Error EnableProcessPrivilege(const wchar_t* privilegeName) {
         return Common::Error::AddWindowsError(GetLastError());
     }
     // AdjustTokenPrivileges succeeds even when the token lacks the privilege; only the last error says so.
-    if (!AdjustTokenPrivileges(token.get(), FALSE, &privileges, sizeof privileges, nullptr, nullptr) ||
+    if (!AdjustTokenPrivileges(token.Get(), FALSE, &privileges, sizeof privileges, nullptr, nullptr) ||
         GetLastError() == ERROR_NOT_ALL_ASSIGNED) {
         return Common::Error::AddWindowsError(GetLastError());
     }

@@ -7,29 +7,9 @@
 
 #include <cerrno>
 
+#include "core/common/file_descriptor.h"
+
 namespace SystemReport {
-namespace {
-
-class Descriptor {
-public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-    int get() const { return fd_; }
-    bool Close() {
-        const int fd = fd_;
-        fd_ = -1;
-        return ::close(fd) == 0;
-    }
-
-private:
-    int fd_;
-};
-
-}  // namespace
 
 bool IsLink(const std::filesystem::path& path) {
     const std::filesystem::path entry = path.has_filename() ? path : path.parent_path();
@@ -38,11 +18,11 @@ bool IsLink(const std::filesystem::path& path) {
 }
 
 bool WriteNewFile(const std::filesystem::path& path, std::string_view data) {
-    Descriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-    if (file.get() < 0) return false;
+    Common::FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!file) return false;
     bool written = true;
     while (written && !data.empty()) {
-        const ssize_t count = ::write(file.get(), data.data(), data.size());
+        const ssize_t count = ::write(file.Get(), data.data(), data.size());
         if (count < 0 && errno == EINTR) continue;
         written = count > 0;
         if (written) data.remove_prefix(static_cast<std::size_t>(count));

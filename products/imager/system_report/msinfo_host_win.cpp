@@ -4,6 +4,7 @@
 #include <shlobj.h>
 
 #include "core/common/log.h"
+#include "core/common/windows_handles.h"
 #include "products/imager/system_report/msinfo_host.h"
 
 namespace SystemReport {
@@ -11,29 +12,16 @@ namespace {
 
 constexpr wchar_t kHelpService[] = L"helpsvc";
 
-class ServiceHandle {
-public:
-    explicit ServiceHandle(SC_HANDLE handle) : handle_(handle) {}
-    ~ServiceHandle() {
-        if (handle_) CloseServiceHandle(handle_);
-    }
-    ServiceHandle(const ServiceHandle&) = delete;
-    ServiceHandle& operator=(const ServiceHandle&) = delete;
-    SC_HANDLE get() const { return handle_; }
-    explicit operator bool() const { return handle_ != nullptr; }
-
-private:
-    SC_HANDLE handle_;
-};
+using Common::ServiceHandle;
 
 // Runs `action` on the help service opened with `access`; false when the service cannot be opened.
 template <typename Action>
 bool WithHelpService(DWORD access, Action action) {
     ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
     if (!manager) return false;
-    ServiceHandle service(OpenServiceW(manager.get(), kHelpService, access));
+    ServiceHandle service(OpenServiceW(manager.Get(), kHelpService, access));
     if (!service) return false;
-    return action(service.get());
+    return action(service.Get());
 }
 
 class WindowsMsInfoHost final : public MsInfoHost {

@@ -1,5 +1,5 @@
 // The tool starter over CreateProcessW: hidden, on a private desktop, with WOW64 file-system redirection off.
-#include "core/common/windows_api.h"
+#include "core/common/windows_handles.h"
 
 #include <algorithm>
 #include <optional>
@@ -12,23 +12,6 @@ namespace SystemReport {
 namespace {
 
 constexpr wchar_t kDesktopName[] = L"BrendixSysreportDesktop";
-
-// Any window the tool opens lands on this desktop and is never seen. Without it the tool still runs, on
-// the caller's desktop, hidden by its start-up information.
-class PrivateDesktop {
-public:
-    PrivateDesktop() : desktop_(CreateDesktopW(kDesktopName, nullptr, nullptr, 0, GENERIC_ALL, nullptr)) {}
-    ~PrivateDesktop() {
-        if (desktop_) CloseDesktop(desktop_);
-    }
-    PrivateDesktop(const PrivateDesktop&) = delete;
-    PrivateDesktop& operator=(const PrivateDesktop&) = delete;
-
-    bool Created() const { return desktop_ != nullptr; }
-
-private:
-    HDESK desktop_;
-};
 
 // A 32-bit process on 64-bit Windows would otherwise start the 32-bit tools of SysWOW64, which see the
 // 32-bit registry view and the redirected folders. Looked up at run time: systems without WOW64 lack it.
@@ -53,21 +36,6 @@ private:
     BOOL(WINAPI* revert_)(PVOID) = nullptr;
     PVOID previous_ = nullptr;
     bool active_ = false;
-};
-
-// A kernel handle closed when it goes out of scope.
-class OwnedHandle {
-public:
-    explicit OwnedHandle(HANDLE handle) : handle_(handle) {}
-    ~OwnedHandle() {
-        if (handle_) CloseHandle(handle_);
-    }
-    OwnedHandle(const OwnedHandle&) = delete;
-    OwnedHandle& operator=(const OwnedHandle&) = delete;
-    HANDLE get() const { return handle_; }
-
-private:
-    HANDLE handle_;
 };
 
 HANDLE AsHandle(std::intptr_t process) { return reinterpret_cast<HANDLE>(process); }
@@ -148,13 +116,15 @@ bool ProcessStarterImpl::Start(const std::wstring& executable, const std::wstrin
         exitCode_ = -1;
         failure_.clear();
     }
-    PrivateDesktop desktop;
+    // Any window the tool opens lands on this desktop and is never seen. Without it the tool still runs,
+    // on the caller's desktop, hidden by its start-up information.
+    Common::DesktopHandle desktop(CreateDesktopW(kDesktopName, nullptr, nullptr, 0, GENERIC_ALL, nullptr));
     std::wstring desktopName = kDesktopName;
     STARTUPINFOW startup{};
     startup.cb = sizeof startup;
     startup.dwFlags = STARTF_USESHOWWINDOW;
     startup.wShowWindow = SW_HIDE;
-    if (desktop.Created()) startup.lpDesktop = desktopName.data();
+    if (desktop) startup.lpDesktop = desktopName.data();
 
     // Before the search, so that it sees the native System32.
     FileSystemRedirectionOff redirection;
@@ -180,21 +150,21 @@ bool ProcessStarterImpl::Start(const std::wstring& executable, const std::wstrin
                             : Common::Error::AddWindowsError(error).Message();
         return false;
     }
-    OwnedHandle process(info.hProcess);
-    OwnedHandle thread(info.hThread);
+    Common::KernelHandle process(info.hProcess);
+    Common::KernelHandle thread(info.hThread);
     bool terminated = false;
     {
         std::lock_guard guard(lock_);
-        process_ = reinterpret_cast<std::intptr_t>(process.get());
-        terminated = terminateRequested_ && TerminateProcess(process.get(), 1);
+        process_ = reinterpret_cast<std::intptr_t>(process.Get());
+        terminated = terminateRequested_ && TerminateProcess(process.Get(), 1);
     }
-    if (!terminated) ResumeThread(thread.get());
-    HANDLE waitOn = process.get();
+    if (!terminated) ResumeThread(thread.Get());
+    HANDLE waitOn = process.Get();
     DWORD waited = WaitForMultipleObjects(1, &waitOn, FALSE, static_cast<DWORD>(timeout_.count()));
     DWORD error = waited == WAIT_FAILED ? GetLastError() : ERROR_SUCCESS;
     std::lock_guard guard(lock_);
     DWORD code = 0;
-    if (waited == WAIT_OBJECT_0 && GetExitCodeProcess(process.get(), &code)) {
+    if (waited == WAIT_OBJECT_0 && GetExitCodeProcess(process.Get(), &code)) {
         exitCode_ = static_cast<std::int32_t>(code);
     } else if (waited == WAIT_TIMEOUT) {
         failure_ = kToolLeftRunning;

@@ -4,31 +4,18 @@
 #include <cstdint>
 #include <memory>
 
+#include "core/common/windows_handles.h"
 #include "products/imager/system_report/user_groups.h"
 
 namespace SystemReport {
 namespace {
 
-class TokenHandle {
-public:
-    TokenHandle() = default;
-    ~TokenHandle() {
-        if (handle_) CloseHandle(handle_);
-    }
-    TokenHandle(const TokenHandle&) = delete;
-    TokenHandle& operator=(const TokenHandle&) = delete;
-    HANDLE* out() { return &handle_; }
-    HANDLE get() const { return handle_; }
-
-private:
-    HANDLE handle_ = nullptr;
-};
 
 // The thread's own token when it impersonates someone: that user's groups are the ones that count.
-bool OpenCurrentToken(TokenHandle& token) {
-    if (OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, token.out())) return true;
+bool OpenCurrentToken(Common::KernelHandle& token) {
+    if (OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, token.Receive())) return true;
     if (GetLastError() != ERROR_NO_TOKEN) return false;
-    return OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.out()) != FALSE;
+    return OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.Receive()) != FALSE;
 }
 
 // Well-known groups such as the world group have no domain and are left out.
@@ -52,17 +39,17 @@ bool LookUpGroup(PSID sid, UserGroup& group) {
 
 UserGroups GetUserGroups() {
     UserGroups groups;
-    TokenHandle token;
+    Common::KernelHandle token;
     if (!OpenCurrentToken(token)) return groups;
 
     DWORD size = 0;
-    if (GetTokenInformation(token.get(), TokenGroups, nullptr, 0, &size) || GetLastError() != ERROR_INSUFFICIENT_BUFFER) {
+    if (GetTokenInformation(token.Get(), TokenGroups, nullptr, 0, &size) || GetLastError() != ERROR_INSUFFICIENT_BUFFER) {
         return groups;
     }
     // TOKEN_GROUPS holds pointers: the buffer must be aligned for them.
     auto buffer = std::make_unique<std::uint64_t[]>(size / sizeof(std::uint64_t) + 1);
     auto* tokenGroups = reinterpret_cast<TOKEN_GROUPS*>(buffer.get());
-    if (!GetTokenInformation(token.get(), TokenGroups, tokenGroups, size, &size)) return groups;
+    if (!GetTokenInformation(token.Get(), TokenGroups, tokenGroups, size, &size)) return groups;
 
     for (DWORD i = 0; i < tokenGroups->GroupCount; ++i) {
         UserGroup group;

@@ -2,7 +2,7 @@
 #include <stdlib.h>
 
 #include "core/common/log.h"
-#include "core/common/windows_api.h"
+#include "core/common/windows_handles.h"
 #include "products/imager/system_report/exe/platform.h"
 
 namespace SystemReport::Platform {
@@ -43,10 +43,8 @@ void PulseStartEvent() {
     if (!InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION)) return;
     if (!SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE)) return;
     SECURITY_ATTRIBUTES attributes{sizeof attributes, &descriptor, FALSE};
-    HANDLE event = CreateEventW(&attributes, FALSE, FALSE, L"SystemReportStarted");
-    if (!event) return;
-    PulseEvent(event);
-    CloseHandle(event);
+    Common::KernelHandle event(CreateEventW(&attributes, FALSE, FALSE, L"SystemReportStarted"));
+    if (event) PulseEvent(event.Get());
 }
 
 int ExitStatus(std::uint32_t code) { return static_cast<int>(code); }
