@@ -40,5 +40,13 @@ Value DaGetProperty2(PropertyId id, Value parameter) { return Instance().DaGetPr
 void DaSetProperty(PropertyId id, Value value) { Instance().DaSetProperty(id, value); }
 Value GetFsProperty(PropertyId id) { return Instance().GetFsProperty(id); }
 Common::Error DaGetComputerError() { return Instance().DaGetComputerError(); }
+Common::Error DaMountVolume(Value volumeHandle, std::unique_ptr<Disk::MountedVolume>& volume) {
+    return Instance().MountVolume(volumeHandle, volume);
+}
+
+Common::Error Interface::MountVolume(Value, std::unique_ptr<Disk::MountedVolume>& volume) {
+    volume.reset();
+    return Common::Error::Make(Common::Codes::kOpenFile, L"The volume cannot be mounted.");
+}
 
 }  // namespace DaApi

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "core/common/error.h"
+#include "core/disk/mounted_volume.h"
 
 namespace DaApi {
 
@@ -55,6 +56,8 @@ public:
     virtual Common::Error ReadSectors(std::uint64_t first, std::uint32_t count, std::vector<std::uint8_t>& data) = 0;
     // From another thread: a long walk or read ends as soon as it can.
     virtual void Stop() = 0;
+    // Mounts the volume of `volumeHandle` (property 85) read-only; destroying `volume` releases it.
+    virtual Common::Error MountVolume(Value volumeHandle, std::unique_ptr<Disk::MountedVolume>& volume);
 };
 
 // The process-wide instance. Initialize makes the one over this machine's disks (or over the image files
@@ -70,5 +73,6 @@ Value DaGetProperty2(PropertyId id, Value parameter);
 void DaSetProperty(PropertyId id, Value value);
 Value GetFsProperty(PropertyId id);
 Common::Error DaGetComputerError();
+Common::Error DaMountVolume(Value volumeHandle, std::unique_ptr<Disk::MountedVolume>& volume);
 
 }  // namespace DaApi
