@@ -166,16 +166,7 @@ private:
     std::vector<Bytef> output_;
 };
 
-// The bytes of one entry; read again from the start when the entry has to be written a second time.
-class Source {
-public:
-    virtual ~Source() = default;
-    // The size expected, which a file that grows or a special file may not keep to.
-    virtual std::uint64_t SizeHint() const = 0;
-    // `got` is 0 at the end.
-    virtual Error Read(std::span<char> buffer, std::size_t& got) = 0;
-    virtual Error Rewind() = 0;
-};
+using Source = EntrySource;
 
 class MemorySource final : public Source {
 public:
@@ -194,6 +185,23 @@ public:
 private:
     std::string_view data_;
     std::size_t position_ = 0;
+};
+
+// Marks the failures of a caller's source, so that they drop the entry and not the archive.
+class MarkedSource final : public Source {
+public:
+    MarkedSource(Source& inner, std::string_view name) : inner_(inner), name_(name) {}
+    std::uint64_t SizeHint() const override { return inner_.SizeHint(); }
+    Error Read(std::span<char> buffer, std::size_t& got) override { return Marked(inner_.Read(buffer, got)); }
+    Error Rewind() override { return Marked(inner_.Rewind()); }
+
+private:
+    Error Marked(Error error) const {
+        return error.Failed() ? WriteFailure(error).WithField(TextField("source", name_)) : error;
+    }
+
+    Source& inner_;
+    std::string name_;
 };
 
 class DiskSource final : public Source {
@@ -425,6 +433,26 @@ Common::Error ZipWriter::AddFileFromDisk(std::string_view name, const std::files
         std::unique_ptr<DiskSource> file;
         if (Error error = DiskSource::Open(source, file); error.Failed()) return error;
         return impl_->AddFile(name, *file, modified);
+    });
+}
+
+Common::Error ZipWriter::AddFromSource(std::string_view name, std::unique_ptr<EntrySource> source,
+                                       std::time_t modified, const Transform& transform) {
+    return impl_->Guarded(name, [&]() -> Error {
+        MarkedSource marked(*source, name);
+        if (!transform) return impl_->AddFile(name, marked, modified);
+        std::string bytes;
+        std::vector<char> chunk(kBufferSize);
+        for (std::size_t got = 1; got != 0;) {
+            if (Error error = marked.Read(chunk, got); error.Failed()) return error;
+            bytes.append(chunk.data(), got);
+        }
+        std::string stored;
+        if (Error error = transform(bytes, stored); error.Failed()) {
+            return WriteFailure(error).WithField(TextField("source", std::string(name)));
+        }
+        MemorySource memory(stored);
+        return impl_->AddFile(name, memory, modified);
     });
 }
 

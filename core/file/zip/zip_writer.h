@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "core/common/error.h"
+#include "core/file/zip/entry_source.h"
 
 namespace Zip {
 
@@ -34,6 +35,11 @@ public:
     // second time when deflate does not make it smaller (it is then stored as it is) or when it outgrows the
     // 4 GiB that its size at the start promised.
     Common::Error AddFileFromDisk(std::string_view name, const std::filesystem::path& source, std::time_t modified);
+    // Streams an entry from a source the caller opened, through `transform` when one is given (which then
+    // sees the whole text). A failure of the source or the transform carries the field "source" (see
+    // IsSourceFailure) and leaves no trace of the entry.
+    Common::Error AddFromSource(std::string_view name, std::unique_ptr<EntrySource> source, std::time_t modified,
+                                const Transform& transform = {});
     // A folder entry ("name/"): keeps empty folders visible in the archive.
     Common::Error AddFolder(std::string_view name, std::time_t modified);
     // Writes the central directory and renames the temporary file over the target (code 0x4000a when that
