@@ -3,11 +3,14 @@
 
 #include <algorithm>
 #include <array>
+#include <mutex>
+#include <optional>
 #include <set>
 
 #include "core/common/log.h"
 #include "core/common/strings.h"
 #include "home/location_detector/impl/http_get.h"
+#include "home/location_detector/impl/worker_pool.h"
 
 namespace LocationDetector {
 namespace {
@@ -26,16 +29,13 @@ constexpr std::array<std::string_view, 20> kVendors = {
     "FREENAS",  "AIRPORT", "LACIE",   "ASUS",            "NAS4FREE", "QSAN",
 };
 
-// Per search, answers are awaited this long; miniupnpc waits at least a second.
+// Each round of searching asks devices to answer within this time (the request's MX), at least a second.
 constexpr std::chrono::milliseconds kDiscoverDelay{2000};
 constexpr std::chrono::milliseconds kMinDiscoverDelay{1000};
-// miniupnpc waits its delay afresh after every new answer, so a search of well-behaved devices ends
-// within twice its delay; one that takes longer is held by a device that keeps repeating its answer.
-constexpr std::chrono::milliseconds kDiscoverSlack{250};
 constexpr std::chrono::milliseconds kRetryPause{3000};
 constexpr std::chrono::milliseconds kRoundPause{500};
-// Bounds on what one search handles, whatever the network sends.
-constexpr std::size_t kMaxDevices = 256;
+// Different answers (USN and LOCATION) one search keeps track of, whatever the network sends.
+constexpr std::size_t kMaxAnswers = 4096;
 constexpr std::size_t kMaxDisplayBytes = 256;
 
 std::string ReadElement(std::string_view document, std::string_view name) {
@@ -130,97 +130,143 @@ Finding MakeFinding(const std::string& url, const DeviceDescription& device, std
 struct Settings {
     bool includeLinkLocal;
     std::int32_t urnDeviceType;
+    std::size_t maxDevices;
 };
 
-// How much of kMaxRawBytes the reported documents use.
-struct RawBudget {
-    std::size_t used = 0;
-    bool exhausted = false;
+// What the downloads of one search share.
+struct Examinations {
+    std::mutex lock;
+    std::size_t rawUsed = 0;  // of kMaxRawBytes
+    bool rawExhausted = false;
+    std::size_t skipped = 0;  // devices whose download had not started by the cap
 };
 
-// Looks at one answering device: logs it, fetches its description and reports it when it is a NAS.
-void Examine(SearchContext& context, const Settings& settings, UpnpNetwork& network, const UpnpDevice& device,
-             RawBudget& budget) {
-    Common::Log::Info("Discovered upnp device: " + device.location);
+// Fetches the description of one answering device and reports the device when it is a NAS.
+void Examine(SearchContext& context, const Settings& settings, UpnpNetwork& network, const std::string& location,
+             Examinations& shared) {
     std::string document;
-    Common::Error error = network.Download(device.location, std::min(Clock::now() + UpnpDetector::kDownloadTime, context.Cap()),
+    Common::Error error = network.Download(location, std::min(Clock::now() + UpnpDetector::kDownloadTime, context.Cap()),
                                            [&] { return context.Stopping(); }, document);
     if (error.Failed()) {
-        Common::Log::WriteError(Common::Log::kWarning, "Cannot read the description of " + device.location + ": ", error);
+        Common::Log::WriteError(Common::Log::kWarning, "Cannot read the description of " + location + ": ", error);
         return;
     }
     DeviceDescription description;
     if (!UpnpDetector::IsNasDevice(description, document, settings.urnDeviceType)) return;
-    Finding finding = MakeFinding(device.location, description, std::move(document));
-    if (finding.location.raw.size() > UpnpDetector::kMaxRawBytes - budget.used) {
-        if (!budget.exhausted) {
-            Common::Log::Warning("The descriptions of upnp devices exceed " + std::to_string(UpnpDetector::kMaxRawBytes) +
-                                 " bytes; further devices are reported without theirs.");
-            budget.exhausted = true;
+    Finding finding = MakeFinding(location, description, std::move(document));
+    {
+        std::lock_guard guard(shared.lock);
+        if (finding.location.raw.size() > UpnpDetector::kMaxRawBytes - shared.rawUsed) {
+            if (!shared.rawExhausted) {
+                Common::Log::Warning("The descriptions of upnp devices exceed " + std::to_string(UpnpDetector::kMaxRawBytes) +
+                                     " bytes; further devices are reported without theirs.");
+                shared.rawExhausted = true;
+            }
+            finding.location.raw.clear();
         }
-        finding.location.raw.clear();
+        shared.rawUsed += finding.location.raw.size();
     }
-    budget.used += finding.location.raw.size();
     context.Report(finding);
 }
 
+// The answers of one search: every device logged once, every description fetched once, up to the limit,
+// each download on the pool so that a slow device holds up no other.
+class Answers {
+public:
+    Answers(SearchContext& context, const Settings& settings, UpnpNetwork& network)
+        : context_(context), settings_(settings), network_(network) {}
+
+    void Take(const UpnpDevice& device) {
+        std::string key = device.usn + "\n" + device.location;
+        if (answers_.count(key)) return;
+        if (answers_.size() >= kMaxAnswers) {
+            if (!full_) Common::Log::Warning("More than " + std::to_string(kMaxAnswers) + " different upnp answers; further ones are ignored.");
+            full_ = true;
+            return;
+        }
+        answers_.insert(std::move(key));
+        Common::Log::Info("Discovered upnp device: " + device.location);
+        if (!locations_.insert(device.location).second || posted_ >= settings_.maxDevices) return;
+        ++posted_;
+        pool_->Post([this, location = device.location] {
+            if (context_.Stopping()) {
+                std::lock_guard guard(shared_.lock);
+                ++shared_.skipped;
+                return;
+            }
+            Common::Error error = Common::CatchErrors([&] { Examine(context_, settings_, network_, location, shared_); });
+            if (error.Failed()) Common::Log::WriteError(Common::Log::kWarning, "Cannot examine the upnp device at " + location + ": ", error);
+        });
+    }
+
+    // Waits for the downloads, which end by the cap, and logs the devices left unexamined.
+    void Finish() {
+        pool_.reset();
+        std::size_t left = locations_.size() - posted_ + shared_.skipped;
+        if (left > 0) {
+            Common::Log::Warning(std::to_string(left) + " answering upnp devices were not examined: a search examines at most " +
+                                 std::to_string(settings_.maxDevices) + " within its time.");
+        }
+    }
+
+private:
+    SearchContext& context_;
+    const Settings& settings_;
+    UpnpNetwork& network_;
+    Examinations shared_;
+    std::set<std::string> answers_;    // USN and LOCATION
+    std::set<std::string> locations_;  // of the answers taken
+    std::size_t posted_ = 0;
+    bool full_ = false;
+    std::optional<WorkerPool> pool_{std::in_place, UpnpDetector::kDownloadThreads};
+};
+
 void Search(SearchContext& context, const Settings& settings, UpnpNetwork& network) {
     std::vector<Net::NetworkInterface> interfaces;
-    Common::Error error = Common::CatchErrors([&] { interfaces = network.Interfaces(); });
+    std::unique_ptr<SsdpSearch> search;
+    Common::Error error = Common::CatchErrors([&] {
+        interfaces = network.Interfaces();
+        std::erase_if(interfaces, [&](const Net::NetworkInterface& where) {
+            return !settings.includeLinkLocal && IsLinkLocal(where.address);
+        });
+        if (interfaces.empty()) return;
+        std::vector<Ipv4Address> addresses;
+        for (const Net::NetworkInterface& where : interfaces) addresses.push_back(where.address);
+        search = network.OpenSearch(addresses);
+    });
     if (error.Failed()) {
         Common::Log::WriteError(Common::Log::kError, "upnpOpenDiscover failed: ", error);
         return;
     }
-    std::erase_if(interfaces, [&](const Net::NetworkInterface& where) {
-        return !settings.includeLinkLocal && IsLinkLocal(where.address);
-    });
     if (interfaces.empty()) {
         Common::Log::Info("No network interface to search for upnp devices.");
         return;
     }
-    std::vector<Ipv4Address> addresses;
-    for (const Net::NetworkInterface& where : interfaces) addresses.push_back(where.address);
 
-    std::set<std::string> seen;
-    std::set<std::size_t> heldUp;
-    RawBudget budget;
+    Answers answers(context, settings, network);
+    std::set<std::size_t> openFailed;
     // Searches are repeated for the whole search time: SSDP travels over UDP and answers get lost.
+    // Answers are read all along, so a late one still counts; a device that keeps answering moves no
+    // deadline, since every wait below ends at a time fixed before it starts.
     while (context.Searching()) {
         auto left = std::chrono::duration_cast<std::chrono::milliseconds>(context.SearchEnd() - Clock::now());
         auto delay = std::clamp(left, kMinDiscoverDelay, kDiscoverDelay);
-        Clock::time_point deadline = std::min(Clock::now() + 2 * delay + kDiscoverSlack, context.Cap());
-        std::vector<UpnpNetwork::Discovery> discoveries =
-            network.Discover(addresses, delay, deadline, [&] { return context.Stopping(); });
-        discoveries.resize(interfaces.size());
+        std::vector<SsdpSearch::Status> statuses = search->Send(static_cast<int>(delay.count() / 1000));
         bool sendFailed = false;
-        for (std::size_t i = 0; i < interfaces.size(); ++i) {
-            switch (discoveries[i].status) {
-            case UpnpNetwork::DiscoverStatus::Ok:
-                break;
-            case UpnpNetwork::DiscoverStatus::SendFailed:
+        for (std::size_t i = 0; i < statuses.size(); ++i) {
+            if (statuses[i] == SsdpSearch::Status::SendFailed) {
                 Common::Log::Warning("Cannot send MSearch request. Retry after several seconds.");
                 sendFailed = true;
-                break;
-            case UpnpNetwork::DiscoverStatus::OpenFailed:
+            } else if (statuses[i] == SsdpSearch::Status::OpenFailed && openFailed.insert(i).second) {
                 Common::Log::Error("upnpOpenDiscover failed");
-                break;
-            case UpnpNetwork::DiscoverStatus::Unfinished:
-                // A search cut short by a stop request says nothing about the devices.
-                if (!context.Stopping() && heldUp.insert(i).second) {
-                    Common::Log::Warning("The upnp search through " + interfaces[i].name + " (" + FormatIpv4(interfaces[i].address) +
-                                         ") did not end in time: a device there keeps answering. It is searched again once that search ends.");
-                }
-                break;
             }
         }
-        for (const UpnpNetwork::Discovery& discovery : discoveries) {
-            for (const UpnpDevice& device : discovery.devices) {
-                if (context.Stopping() || seen.size() >= kMaxDevices) break;
-                if (seen.insert(device.location).second) Examine(context, settings, network, device, budget);
-            }
+        const Clock::time_point roundEnd = std::min(Clock::now() + (sendFailed ? kRetryPause : delay + kRoundPause), context.SearchEnd());
+        while (context.Searching() && Clock::now() < roundEnd) {
+            for (const UpnpDevice& device : search->Receive(roundEnd, [&] { return context.Stopping(); })) answers.Take(device);
         }
-        context.SleepUntil(Clock::now() + (sendFailed ? kRetryPause : kRoundPause));
     }
+    answers.Finish();
 }
 
 }  // namespace
@@ -255,11 +301,12 @@ std::string XmlTextForDisplay(std::string_view text, std::size_t maxBytes) {
 }
 
 UpnpDetector::UpnpDetector(bool includeLinkLocal, std::int32_t discoverTimeout, std::int32_t urnDeviceType,
-                           std::shared_ptr<UpnpNetwork> network)
+                           std::shared_ptr<UpnpNetwork> network, std::size_t maxDevices)
     : ThreadedDetector(SearchTiming{}),
       includeLinkLocal_(includeLinkLocal),
       discoverTimeout_(discoverTimeout),
       urnDeviceType_(urnDeviceType),
+      maxDevices_(maxDevices),
       network_(network ? std::move(network) : MakeUpnpNetwork()) {
     if (Common::Error error = network_->StartError(); error.Failed())
         Common::Log::WriteError(Common::Log::kError, "Cannot start the Windows socket layer: ", error);
@@ -308,7 +355,7 @@ bool UpnpDetector::IsNasDevice(DeviceDescription& device, std::string_view docum
 }
 
 ThreadedDetector::SearchBody UpnpDetector::MakeSearch() {
-    return [network = network_, settings = Settings{includeLinkLocal_, urnDeviceType_}](SearchContext& context) {
+    return [network = network_, settings = Settings{includeLinkLocal_, urnDeviceType_, maxDevices_}](SearchContext& context) {
         if (network->StartError().Failed()) return;
         Search(context, settings, *network);
     };

@@ -1,11 +1,13 @@
 #!/usr/bin/env python3
-"""A deliberately hostile device for the network tests.
+"""A deliberately hostile device for the network tests. Prints "ready" once it listens.
 
   hostile_responder.py ssdp <own address> <mode> [<address>]   answers SSDP searches with a LOCATION
       whose HTTP server sends an endless body ("endless"), announces a huge one ("huge"), trickles one
-      byte at a time ("trickle") or never answers ("silent"); or with a LOCATION at <address>, where
-      nothing answers ("unreachable"); or ("flood") serves a NAS description, and repeats its answer
-      every 50 ms to searches from <address>. Malformed SSDP replies are sent first.
+      byte every half second ("trickle") or never answers ("silent"); or with a LOCATION at <address>,
+      where nothing answers ("unreachable"); or answers each search only late, at +1.9 s, and again at
+      +2.3 s ("late"); or repeats its answer every 0.2 s ("repeat"); or ("many") answers as <address>
+      devices at once, each with a NAS description of its own, spread over the first second.
+      Malformed SSDP replies are sent first.
   hostile_responder.py mdns <own address>               answers every multicast DNS query with
       malformed packets (pointer loops, cut records, lying counts) and a flood of them.
 """
@@ -18,11 +20,7 @@ import time
 HTTP_PORT = 8300
 
 
-def serve_http(address, mode):
-    server = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
-    server.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-    server.bind((address, HTTP_PORT))
-    server.listen(16)
+def serve_http(server, mode):
     while True:
         connection, _ = server.accept()
         threading.Thread(target=answer_http, args=(connection, mode), daemon=True).start()
@@ -32,14 +30,20 @@ def answer_http(connection, mode):
     sent, requested = 0, False
     try:
         # The test's port check connects and sends nothing; only a request counts.
-        requested = bool(connection.recv(4096))
+        request = connection.recv(4096)
+        requested = bool(request)
         if not requested:
             return
         if mode == "silent":
             time.sleep(600)
-        elif mode == "flood":
+        elif mode == "many":
+            number = request.split(b" ")[1].split(b"/")[-1].split(b".")[0]
             connection.sendall(b"HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n<root><device><deviceType>"
-                               b"urn:schemas-upnp-org:device:NAS:1</deviceType><friendlyName>Flood NAS"
+                               b"urn:schemas-upnp-org:device:NAS:1</deviceType><friendlyName>NAS " + number +
+                               b"</friendlyName></device></root>")
+        elif mode in ("late", "repeat"):
+            connection.sendall(b"HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n<root><device><deviceType>"
+                               b"urn:schemas-upnp-org:device:Basic:1</deviceType><friendlyName>Chatty Box"
                                b"</friendlyName></device></root>")
         elif mode == "endless":
             connection.sendall(b"HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\n\r\n<root><deviceType>")
@@ -58,7 +62,7 @@ def answer_http(connection, mode):
             while True:
                 connection.sendall(b"<")
                 sent += 1
-                time.sleep(0.2)
+                time.sleep(0.5)
     except OSError:
         pass
     finally:
@@ -67,20 +71,37 @@ def answer_http(connection, mode):
         connection.close()
 
 
-def repeat(sock, reply, sender):
-    for _ in range(600):
-        sock.sendto(reply, sender)
-        time.sleep(0.05)
+def answer(address, location, index=0):
+    return ("HTTP/1.1 200 OK\r\nCACHE-CONTROL: max-age=120\r\nST: upnp:rootdevice\r\n"
+            "USN: uuid:00000000-0000-0000-0000-%012d::upnp:rootdevice\r\nEXT:\r\n"
+            "SERVER: Test/1.0 UPnP/1.1 Hostile/1.0\r\n"
+            "LOCATION: http://%s:%d/%s\r\n\r\n" % (index, address, HTTP_PORT, location)).encode()
+
+
+def send_later(sock, sender, replies, delays):
+    """Sends replies[i] delays[i] seconds after the call."""
+    start = time.monotonic()
+    for reply, delay in zip(replies, delays):
+        time.sleep(max(0.0, start + delay - time.monotonic()))
+        try:
+            sock.sendto(reply, sender)
+        except OSError:
+            return
 
 
 def serve_ssdp(address, mode, other):
-    threading.Thread(target=serve_http, args=(address, mode), daemon=True).start()
+    server = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
+    server.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+    server.bind((address, HTTP_PORT))
+    server.listen(64)
+    threading.Thread(target=serve_http, args=(server, mode), daemon=True).start()
     location = other if mode == "unreachable" else address
     sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
     sock.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
     sock.bind(("", 1900))
     membership = socket.inet_aton("239.255.255.250") + socket.inet_aton(address)
     sock.setsockopt(socket.IPPROTO_IP, socket.IP_ADD_MEMBERSHIP, membership)
+    print("ready", flush=True)
     while True:
         data, sender = sock.recvfrom(4096)
         if not data.startswith(b"M-SEARCH"):
@@ -89,13 +110,18 @@ def serve_ssdp(address, mode, other):
         for junk in (b"\x00\xff garbage", b"HTTP/1.1 200 OK\r\nST: upnp:rootdevice\r\n\r\n",
                      b"HTTP/1.1 200 OK\r\nLOCATION: " + b"x" * 1400 + b"\r\n\r\n"):
             sock.sendto(junk, sender)
-        reply = ("HTTP/1.1 200 OK\r\nCACHE-CONTROL: max-age=120\r\nST: upnp:rootdevice\r\n"
-                 "USN: uuid:00000000-0000-0000-0000-00000000bad0::upnp:rootdevice\r\nEXT:\r\n"
-                 "SERVER: Test/1.0 UPnP/1.1 Hostile/1.0\r\n"
-                 "LOCATION: http://%s:%d/desc.xml\r\n\r\n" % (location, HTTP_PORT)).encode()
-        sock.sendto(reply, sender)
-        if mode == "flood" and sender[0] == other:
-            threading.Thread(target=repeat, args=(sock, reply, sender), daemon=True).start()
+        reply = answer(location, "desc.xml")
+        if mode == "many":
+            count = int(other)
+            replies = [answer(address, "dev/%d.xml" % i, i) for i in range(count)]
+            delays = [i / count for i in range(count)]
+        elif mode == "late":
+            replies, delays = [reply, reply], [1.9, 2.3]
+        elif mode == "repeat":
+            replies, delays = [reply] * 100, [0.2 * i for i in range(100)]
+        else:
+            replies, delays = [reply], [0]
+        threading.Thread(target=send_later, args=(sock, sender, replies, delays), daemon=True).start()
 
 
 def malformed_answers():
@@ -113,6 +139,7 @@ def serve_mdns(address):
     sock.bind(("", 5353))
     membership = socket.inet_aton("224.0.0.251") + socket.inet_aton(address)
     sock.setsockopt(socket.IPPROTO_IP, socket.IP_ADD_MEMBERSHIP, membership)
+    print("ready", flush=True)
     while True:
         data, sender = sock.recvfrom(9000)
         print("mdns: query from %s:%d" % sender, flush=True)

@@ -1,6 +1,6 @@
 // A small program for the network tests: runs one detector as the report does (start, wait for the
 // search time, take the list, destroy) and prints what it found, the log, and how long it all took.
-//   location_probe upnp <seconds> <urn device type> | bonjour <seconds> | composite <seconds>
+//   location_probe upnp <seconds> <urn device type> [<devices examined>] | bonjour <seconds> | composite <seconds>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -18,9 +18,9 @@ namespace {
 
 using namespace LocationDetector;
 
-std::shared_ptr<Detector> MakeDetector(const std::string& kind, int seconds, int urnDeviceType) {
+std::shared_ptr<Detector> MakeDetector(const std::string& kind, int seconds, int urnDeviceType, std::size_t maxDevices) {
     SearchTiming timing{std::chrono::seconds(seconds), UpnpDetector::kDownloadTime};
-    if (kind == "upnp") return std::make_shared<UpnpDetector>(true, seconds, urnDeviceType);
+    if (kind == "upnp") return std::make_shared<UpnpDetector>(true, seconds, urnDeviceType, nullptr, maxDevices);
     if (kind == "bonjour") return std::make_shared<BonjourDetector>(timing, true);
     if (kind == "composite") return MakeLocationDetector(seconds);
     return nullptr;
@@ -30,12 +30,14 @@ std::shared_ptr<Detector> MakeDetector(const std::string& kind, int seconds, int
 
 int main(int argc, char** argv) {
     if (argc < 3) {
-        std::cerr << "usage: location_probe upnp <seconds> <urn device type> | bonjour <seconds> | composite <seconds>\n";
+        std::cerr << "usage: location_probe upnp <seconds> <urn device type> [<devices examined>] | bonjour <seconds> | "
+                     "composite <seconds>\n";
         return 2;
     }
     std::string kind = argv[1];
     int seconds = std::stoi(argv[2]);
     int urnDeviceType = argc > 3 ? std::stoi(argv[3]) : -1;
+    std::size_t maxDevices = argc > 4 ? std::stoul(argv[4]) : UpnpDetector::kMaxDevices;
 
     std::filesystem::path logFolder = std::filesystem::temp_directory_path() / Common::WideToUtf8(L"location_probe");
     Logging_SetErrorFormatter(&Common::Log::FormatErrorForLog);
@@ -50,7 +52,7 @@ int main(int argc, char** argv) {
     auto start = std::chrono::steady_clock::now();
     Locations locations;
     {
-        std::shared_ptr<Detector> detector = MakeDetector(kind, seconds, urnDeviceType);
+        std::shared_ptr<Detector> detector = MakeDetector(kind, seconds, urnDeviceType, maxDevices);
         if (!detector) {
             std::cerr << "unknown detector " << kind << "\n";
             return 2;
