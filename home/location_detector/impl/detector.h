@@ -17,7 +17,7 @@ namespace LocationDetector {
 
 using Clock = std::chrono::steady_clock;
 
-// Told of every device as it is found, on the detector's thread.
+// Told of every device as it is found, on one of the detector's threads (several may report at once).
 class Observer {
 public:
     virtual ~Observer() = default;

@@ -57,7 +57,6 @@ std::optional<UpnpDevice> ParseSearchAnswer(std::string_view datagram) {
         std::string_view name = Trim(line->substr(0, colon));
         std::string_view value = Trim(line->substr(colon + 1));
         if (SameIgnoringCase(name, "LOCATION")) device.location = value;
-        else if (SameIgnoringCase(name, "ST")) device.searchTarget = value;
         else if (SameIgnoringCase(name, "USN")) device.usn = value;
     }
     if (device.location.empty() || device.location.size() > kMaxLocationBytes) return std::nullopt;

@@ -17,7 +17,6 @@ inline const Net::Endpoint kSsdpGroup{{239, 255, 255, 250}, 1900};
 // One answer to an SSDP search.
 struct UpnpDevice {
     std::string location;  // the LOCATION header: URL of the description document
-    std::string searchTarget;
     std::string usn;
 };
 

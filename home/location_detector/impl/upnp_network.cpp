@@ -59,11 +59,11 @@ public:
         for (Net::Socket& socket : sockets_) {
             if (socket.Valid()) open.push_back(&socket);
         }
+        const std::vector<const Net::Socket*> waitList(open.begin(), open.end());
         std::vector<UpnpDevice> devices;
         while (devices.empty() && !stopping()) {
             auto left = std::chrono::duration_cast<std::chrono::milliseconds>(until - Clock::now());
             if (left.count() <= 0) break;
-            std::vector<const Net::Socket*> waitList(open.begin(), open.end());
             for (std::size_t index : Net::WaitReadable(waitList, std::min(left, kSlice))) Read(*open[index], devices);
         }
         return devices;

@@ -154,25 +154,32 @@ EOF
   exit 1
 }
 
-# Waits until a line of a file matches a pattern: file, pattern, what is awaited.
+# Waits until a line of a file matches a pattern (file, pattern, [seconds, 10 unless given]).
 wait_for_line() {
   local tries
-  for tries in $(seq 100); do
+  for tries in $(seq $((${3:-10} * 10))); do
     if grep -qs -- "$2" "$1"; then return 0; fi
     sleep 0.1
   done
   return 1
 }
 
-# Starts a hostile responder (its arguments) and waits until it listens. Its output goes to
-# hostile-<mode>.txt; its pid is added to `hostiles`.
+# Starts hostile responders side by side, one per argument (its arguments, separated by blanks), and
+# waits until each listens. Each one's output goes to hostile-<mode>.txt; its pid is added to `hostiles`.
 hostiles=()
-start_hostile() {
-  local output=$work/hostile-${3:-$1}.txt
-  ip netns exec "$nsB" python3 "$here/hostile_responder.py" "$@" >"$output" 2>&1 &
-  hostiles+=($!)
-  pids+=($!)
-  wait_for_line "$output" '^ready' || { cat "$output"; echo "FAIL: hostile_responder.py $* did not start"; exit 1; }
+start_hostiles() {
+  local spec output outputs=()
+  for spec in "$@"; do
+    set -- $spec
+    output=$work/hostile-${3:-$1}.txt
+    ip netns exec "$nsB" python3 "$here/hostile_responder.py" "$@" >"$output" 2>&1 &
+    hostiles+=($!)
+    pids+=($!)
+    outputs+=("$output")
+  done
+  for output in "${outputs[@]}"; do
+    wait_for_line "$output" '^ready' 60 || { cat "$output"; echo "FAIL: $output: the responder did not start"; exit 1; }
+  done
 }
 stop_hostiles() {
   local pid
@@ -189,12 +196,37 @@ fail() {
   failures=$((failures + 1))
 }
 
+# The probe's output that the checks below read, and the part of it that is shown.
+out=
+show() {
+  grep -E "^LOCATION|^ELAPSED_MS|\[(warning|error)\]|Discovered|Found|Ignoring" "$out" | sed 's/^.*): //' | cut -c1-200 | sort -u | head -20
+}
+
 # Runs the probe in side A: detector kind, search seconds, [URN device type, [devices examined]].
-out=$work/probe.txt
 probe_run() {
   echo "--- location_probe $*"
+  out=$work/probe.txt
   ip netns exec "$nsA" "$probe" "$@" >"$out" 2>&1 || fail "location_probe $* exited with $?"
-  grep -E "^LOCATION|^ELAPSED_MS|\[(warning|error)\]|Discovered|Found|Ignoring" "$out" | sed 's/^.*): //' | cut -c1-200 | sort -u | head -20
+  show
+}
+
+# Probes that search side by side: probe_start starts one under a name (name, probe arguments);
+# probe_take waits for it and makes its output the one the checks read.
+declare -A probing=()
+probe_start() {
+  local name=$1
+  shift
+  ip netns exec "$nsA" "$probe" "$@" >"$work/probe-$name.txt" 2>&1 &
+  pids+=($!)
+  probing[$name]="$! $*"
+}
+probe_take() {
+  local status=0
+  wait "${probing[$1]%% *}" || status=$?
+  echo "--- location_probe ${probing[$1]#* }"
+  out=$work/probe-$1.txt
+  [[ $status -eq 0 ]] || fail "location_probe ${probing[$1]#* } exited with $status"
+  show
 }
 locations() { grep -c "^LOCATION" "$out" || true; }
 expect_locations() { [[ $(locations) -eq $1 ]] || fail "$2: expected $1 location(s), found $(locations)"; }
@@ -220,14 +252,17 @@ stop "$minidlna"
 
 section "a media server with a plain name"
 start_minidlna "Living Room Server"
-probe_run upnp 4 -1
+probe_start default upnp 4 -1
+probe_start omit upnp 4 0
+probe_start forced upnp 4 1
+probe_take default
 expect_locations 0 "plain media server, default algorithm"
 expect_log "-Found not a NAS device: Living Room Server Urn = urn:schemas-upnp-org:device:MediaServer:1 Vendor=  " \
   "plain media server, default algorithm"
-probe_run upnp 4 0
+probe_take omit
 expect_location "Living Room Server" '\\10.231.0.2' 10.231.0.2 "URN type 0"
 expect_log "Warning! Ommit urn is setted. All upnp devices will be detected as NAS." "URN type 0"
-probe_run upnp 4 1
+probe_take forced
 expect_location "Living Room Server" '\\10.231.0.2' 10.231.0.2 "forced type 1"
 expect_log "Warning! upnp urn detection is forced by: urn:schemas-upnp-org:device:NAS:1" "forced type 1"
 stop "$minidlna"
@@ -258,10 +293,12 @@ silent:14:The answer did not come in time.
 unreachable:15:The connection timed out.
 late:16:
 repeat:17:'
+responders=()
 while IFS=: read -r mode host reason; do
   ip -n "$nsB" addr add "10.231.0.$host/24" dev "$vethB"
-  start_hostile ssdp "10.231.0.$host" "$mode" 10.231.0.77
+  responders+=("ssdp 10.231.0.$host $mode 10.231.0.77")
 done <<<"$hostile_cases"
+start_hostiles "${responders[@]}"
 probe_run upnp 6 -1
 expect_locations 1 "NAS among misbehaving devices"
 expect_location "Synology DiskStation" '\\10.231.0.2' 10.231.0.2 "NAS among misbehaving devices"
@@ -281,7 +318,7 @@ stop "$minidlna"
 
 # One responder answers as 300 devices; the probe examines at most 200 of them.
 section "300 answering devices"
-start_hostile ssdp 10.231.0.2 many 300
+start_hostiles "ssdp 10.231.0.2 many 300"
 probe_run upnp 3 -1 200
 discovered=$(grep -c "Discovered upnp device: http://10.231.0.2:8300/dev/" "$out" || true)
 [[ $discovered -eq 300 ]] || fail "300 devices: $discovered logged"
@@ -293,7 +330,7 @@ stop_hostiles
 # The responder must listen before the search starts: the search queries at once and a second later
 # only, so a responder still starting then would get no query to answer.
 section "malformed multicast DNS answers"
-start_hostile mdns 10.231.0.2
+start_hostiles "mdns 10.231.0.2"
 probe_run bonjour 3
 expect_locations 0 "malformed mDNS"
 expect_log "Ignoring a malformed Bonjour answer from 10.231.0.2: compression pointer does not point backwards" "malformed mDNS"

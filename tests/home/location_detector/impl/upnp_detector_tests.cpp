@@ -192,7 +192,7 @@ private:
 
 FakeRound Answer(std::initializer_list<std::string> locations, const std::string& usn = "uuid:x::upnp:rootdevice") {
     FakeRound round;
-    for (const std::string& location : locations) round.answers.push_back({location, "upnp:rootdevice", usn});
+    for (const std::string& location : locations) round.answers.push_back({location, usn});
     return round;
 }
 
@@ -242,7 +242,7 @@ TEST(UpnpSearchTest, LogsEveryAnswerOnceAndFetchesEveryDescriptionOnce) {
     const std::string nas = "http://10.0.0.5:5000/desc.xml", plain = "http://10.0.0.6:8200/rootDesc.xml";
     // A repeated answer counts once; a second root device behind the same description is logged apart.
     FakeRound first = Answer({nas, plain, nas});
-    first.answers.push_back({nas, "upnp:rootdevice", "uuid:y::upnp:rootdevice"});
+    first.answers.push_back({nas, "uuid:y::upnp:rootdevice"});
     network->rounds = {first, Answer({nas})};
     network->documents[nas] = Document(kMediaServer, "Disk &amp; Station", "Synology Inc.");
     network->documents[plain] = Document(kMediaServer, "Living Room Server", "Example Media");
@@ -289,7 +289,7 @@ TEST(UpnpSearchTest, DevicesBeyondTheLimitAreLoggedAndCounted) {
     FakeRound round;
     for (int i = 0; i < 5; ++i) {
         std::string url = "http://10.0.0." + std::to_string(10 + i) + "/desc.xml";
-        round.answers.push_back({url, "upnp:rootdevice", "uuid:" + std::to_string(i)});
+        round.answers.push_back({url, "uuid:" + std::to_string(i)});
         network->documents[url] = Document(kNas, "NAS " + std::to_string(i));
     }
     network->rounds = {round};
@@ -310,7 +310,7 @@ TEST(UpnpSearchTest, DescriptionsBeyondTheRawLimitAreLeftOut) {
     FakeRound round;
     for (int i = 0; i < 6; ++i) {
         std::string url = "http://10.0.0." + std::to_string(10 + i) + "/desc.xml";
-        round.answers.push_back({url, "upnp:rootdevice", ""});
+        round.answers.push_back({url, ""});
         network->documents[url] = Document(kNas, "NAS " + std::to_string(i), "Nobody");
         network->documents[url].resize(1024 * 1024, ' ');
     }
