@@ -168,9 +168,9 @@ wait_for_line() {
 # waits until each listens. Each one's output goes to hostile-<mode>.txt; its pid is added to `hostiles`.
 hostiles=()
 start_hostiles() {
-  local spec output outputs=()
-  for spec in "$@"; do
-    set -- $spec
+  local responder output outputs=()
+  for responder in "$@"; do
+    set -- $responder
     output=$work/hostile-${3:-$1}.txt
     ip netns exec "$nsB" python3 "$here/hostile_responder.py" "$@" >"$output" 2>&1 &
     hostiles+=($!)
