@@ -108,11 +108,8 @@ bool LinuxToolItem::IsThere(const LinuxSource& source) const {
 Common::Error LinuxToolItem::Create(const fs::path& folder, FileEntries& entries) {
     const std::wstring archiveName = L"Linux/" + Common::Utf8ToWide(spec_.name);
     const std::wstring missing = L"; '" + archiveName + L"' is not in the report.";
-    std::vector<const LinuxSource*> there;
-    for (const LinuxSource& source : spec_.sources) {
-        if (IsThere(source)) there.push_back(&source);
-    }
-    if (there.empty()) {
+    auto first = std::find_if(spec_.sources.begin(), spec_.sources.end(), [this](const LinuxSource& source) { return IsThere(source); });
+    if (first == spec_.sources.end()) {
         std::string names;
         std::set<std::string> named;
         for (const LinuxSource& source : spec_.sources) {
@@ -130,7 +127,7 @@ Common::Error LinuxToolItem::Create(const fs::path& folder, FileEntries& entries
             output.Append("\n");
         }
     } else {
-        Gather(*there.front(), output);
+        Gather(*first, output);
     }
     if (stopped_) {
         Common::Log::Info(L"The report was stopped" + missing);
@@ -173,20 +170,20 @@ void LinuxToolItem::Gather(const LinuxSource& source, CappedOutput& output) {
                 error.Failed()) {
                 return Note(output, "not run: " + name + " could not be started: " + Common::WideToUtf8(error.Message()));
             }
+            std::string outcome;
             switch (end.how) {
                 case ToolEnd::How::kExited:
-                    if (end.code != 0) Note(output, name + " ended with exit code " + std::to_string(end.code));
+                    outcome = "ended with exit code " + std::to_string(end.code);
+                    if (end.code != 0) Note(output, name + " " + outcome);
                     break;
                 case ToolEnd::How::kTimedOut:
-                    Note(output, "cut: " + name + " did not end within " + SecondsText(options_.timeLimit) +
-                                     " and was killed with what it started; its output until then is above");
+                    outcome = "did not end within " + SecondsText(options_.timeLimit) + " and was killed with what it started";
+                    Note(output, "cut: " + name + " " + outcome + "; its output until then is above");
                     break;
-                case ToolEnd::How::kCapped:
-                case ToolEnd::How::kStopped:
-                    break;
+                case ToolEnd::How::kCapped: outcome = "was killed at the size limit"; break;
+                case ToolEnd::How::kStopped: outcome = "was stopped"; break;
             }
-            Common::Log::Debug(source.Title() + ": ended as " + std::to_string(static_cast<int>(end.how)) + ", code " +
-                               std::to_string(end.code));
+            Common::Log::Debug(source.Title() + ": " + outcome);
             return;
         }
         case LinuxSource::Kind::kFile: {
