@@ -91,8 +91,8 @@ std::optional<fs::path> FindTool(const std::string& tool, const std::vector<fs::
     return std::nullopt;
 }
 
-LinuxToolItem::LinuxToolItem(LinuxItemSpec spec, LinuxToolOptions options, std::shared_ptr<CopyFileFilter> filter)
-    : spec_(std::move(spec)), options_(std::move(options)), filter_(std::move(filter)) {}
+LinuxToolItem::LinuxToolItem(LinuxItemPlan plan, LinuxToolOptions options, std::shared_ptr<CopyFileFilter> filter)
+    : plan_(std::move(plan)), options_(std::move(options)), filter_(std::move(filter)) {}
 
 bool LinuxToolItem::IsThere(const LinuxSource& source) const {
     std::error_code error;
@@ -106,22 +106,22 @@ bool LinuxToolItem::IsThere(const LinuxSource& source) const {
 }
 
 Common::Error LinuxToolItem::Create(const fs::path& folder, FileEntries& entries) {
-    const std::wstring archiveName = L"Linux/" + Common::Utf8ToWide(spec_.name);
+    const std::wstring archiveName = L"Linux/" + Common::Utf8ToWide(plan_.name);
     const std::wstring missing = L"; '" + archiveName + L"' is not in the report.";
-    auto first = std::find_if(spec_.sources.begin(), spec_.sources.end(), [this](const LinuxSource& source) { return IsThere(source); });
-    if (first == spec_.sources.end()) {
+    auto first = std::find_if(plan_.sources.begin(), plan_.sources.end(), [this](const LinuxSource& source) { return IsThere(source); });
+    if (first == plan_.sources.end()) {
         std::string names;
         std::set<std::string> named;
-        for (const LinuxSource& source : spec_.sources) {
+        for (const LinuxSource& source : plan_.sources) {
             if (named.insert(source.words.front()).second) names += (names.empty() ? "" : ", ") + source.words.front();
         }
         Common::Log::Info(L"Not found or not readable: " + Common::Utf8ToWide(names) + missing);
         return {};
     }
 
-    CappedOutput output(options_.sizeCap, spec_.log ? CappedOutput::Keep::kNewest : CappedOutput::Keep::kOldest);
-    if (spec_.sections) {
-        for (const LinuxSource& source : spec_.sources) {
+    CappedOutput output(options_.sizeCap, plan_.log ? CappedOutput::Keep::kNewest : CappedOutput::Keep::kOldest);
+    if (plan_.sections) {
+        for (const LinuxSource& source : plan_.sources) {
             if (stopped_ || !output.Append("==== " + source.Title() + " ====\n")) break;
             Gather(source, output);
             output.Append("\n");
@@ -137,7 +137,7 @@ Common::Error LinuxToolItem::Create(const fs::path& folder, FileEntries& entries
     const bool cut = output.Cut();
     const std::uint64_t seen = output.Seen();
     std::string text = output.Take();
-    if (cut && spec_.log) {
+    if (cut && plan_.log) {
         text.insert(0, "[cut: only the newest " + SizeText(options_.sizeCap) + " of " + std::to_string(seen) +
                            " bytes are kept; the oldest lines are left out]\n");
     } else if (cut) {
@@ -152,7 +152,7 @@ Common::Error LinuxToolItem::Create(const fs::path& folder, FileEntries& entries
         Common::Log::WriteError(Common::Log::kWarning, "Cannot write '" + Common::WideToUtf8(archiveName) + "':", error);
         return error;
     }
-    entries.push_back({path, archiveName, archiveName, spec_.log ? filter_ : nullptr, false, false});
+    entries.push_back({path, archiveName, archiveName, plan_.log ? filter_ : nullptr, false, false});
     Common::Log::Info(L"'" + archiveName + L"' added" + (cut ? L", cut at " + Common::Utf8ToWide(SizeText(options_.sizeCap)) : L"") + L".");
     return {};
 }
@@ -266,8 +266,8 @@ Common::Error LinuxSmartItem::Create(const fs::path& folder, FileEntries& entrie
         std::string device = disk, fileName = disk;
         std::replace(device.begin(), device.end(), '!', '/');
         std::replace(fileName.begin(), fileName.end(), '!', '_');
-        LinuxItemSpec spec{"smart-" + fileName + ".txt", {{LinuxSource::Kind::kTool, {"smartctl", "-x", "/dev/" + device}}}};
-        auto item = std::make_shared<LinuxToolItem>(std::move(spec), options_, nullptr);
+        LinuxItemPlan plan{"smart-" + fileName + ".txt", {{LinuxSource::Kind::kTool, {"smartctl", "-x", "/dev/" + device}}}};
+        auto item = std::make_shared<LinuxToolItem>(std::move(plan), options_, nullptr);
         {
             std::lock_guard guard(lock_);
             if (stopped_) break;

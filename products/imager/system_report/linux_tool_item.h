@@ -39,7 +39,7 @@ struct LinuxSource {
     std::string Title() const;
 };
 
-struct LinuxItemSpec {
+struct LinuxItemPlan {
     std::string name;  // the file's name under "Linux/"
     // Tried in order until one is there; all of them, each under a header line, when `sections`.
     std::vector<LinuxSource> sources;
@@ -54,7 +54,7 @@ std::optional<std::filesystem::path> FindTool(const std::string& tool, const std
 class LinuxToolItem final : public Report {
 public:
     // `filter`: the run's 8-bit filter, put on the entry of a log.
-    LinuxToolItem(LinuxItemSpec spec, LinuxToolOptions options, std::shared_ptr<CopyFileFilter> filter);
+    LinuxToolItem(LinuxItemPlan plan, LinuxToolOptions options, std::shared_ptr<CopyFileFilter> filter);
 
     // Skipped, with one log line, when none of the sources is there; otherwise the file is written and
     // named, whatever its tools did (each tool's outcome is written where its output stands).
@@ -66,7 +66,7 @@ private:
     void Gather(const LinuxSource& source, CappedOutput& output);
     bool IsThere(const LinuxSource& source) const;
 
-    const LinuxItemSpec spec_;
+    const LinuxItemPlan plan_;
     const LinuxToolOptions options_;
     const std::shared_ptr<CopyFileFilter> filter_;
     CapturedTool tool_;

@@ -9,7 +9,7 @@ using Kind = LinuxSource::Kind;
 LinuxSource Tool(std::vector<std::string> words) { return {Kind::kTool, std::move(words)}; }
 LinuxSource File(std::string path) { return {Kind::kFile, {std::move(path)}}; }
 
-std::vector<LinuxItemSpec> Specs() {
+std::vector<LinuxItemPlan> Plans() {
     return {
         // The kernel's log through dmesg, else straight from the kernel: rescue media may lack util-linux.
         {"dmesg.txt", {Tool({"dmesg"}), {Kind::kKernelLog, {"/dev/kmsg"}}}, false, true},
@@ -36,7 +36,7 @@ std::vector<LinuxItemSpec> Specs() {
 
 std::vector<ReportPtr> MakeLinuxToolItems(std::shared_ptr<CopyFileFilter> textFilter, const LinuxToolOptions& options) {
     std::vector<ReportPtr> items;
-    for (LinuxItemSpec& spec : Specs()) items.push_back(std::make_shared<LinuxToolItem>(std::move(spec), options, textFilter));
+    for (LinuxItemPlan& plan : Plans()) items.push_back(std::make_shared<LinuxToolItem>(std::move(plan), options, textFilter));
     // The disks' health after the block devices, so that the listing says which disk each file is.
     items.insert(items.begin() + 4, std::make_shared<LinuxSmartItem>(options));
     return items;

@@ -109,10 +109,10 @@ TEST(LinuxToolItemTest, ToolsThatHangLeaveChildrenOrFailAreKilledOrRecordedAndTh
                           "hang.pid; wait");
     tools.Add("leave", "echo parent done; /bin/sleep 600 & echo $! > " + folder + "leave.child");
     tools.Add("fail", "echo half; exit 3");
-    LinuxItemSpec spec{"tools.txt",
+    LinuxItemPlan plan{"tools.txt",
                        {{Kind::kTool, {"hang"}}, {Kind::kTool, {"leave"}}, {Kind::kTool, {"fail"}}, {Kind::kTool, {"nosuch"}}},
                        true};
-    RunResult run = RunItems({std::make_shared<LinuxToolItem>(spec, tools.Options(3s), nullptr)});
+    RunResult run = RunItems({std::make_shared<LinuxToolItem>(plan, tools.Options(3s), nullptr)});
     ASSERT_TRUE(run.succeeded);
     EXPECT_EQ(run.files["Linux/tools.txt"],
               "==== hang ====\nbefore the hang\n[cut: hang did not end within 3 s and was killed with what it started; "
@@ -132,16 +132,16 @@ TEST(LinuxToolItemTest, OutputBeyondTheCapIsCutAtItsEndOrForALogAtItsStart) {
     tools.Add("count", "exec /usr/bin/seq 1 100000");
     const std::size_t cap = 64 * 1024;
     {
-        LinuxItemSpec spec{"listing.txt", {{Kind::kTool, {"endless"}}}};
-        std::string text = RunItems({std::make_shared<LinuxToolItem>(spec, tools.Options(60s, cap), nullptr)}).files["Linux/listing.txt"];
+        LinuxItemPlan plan{"listing.txt", {{Kind::kTool, {"endless"}}}};
+        std::string text = RunItems({std::make_shared<LinuxToolItem>(plan, tools.Options(60s, cap), nullptr)}).files["Linux/listing.txt"];
         const std::string note = "\n[cut: the file reached its size limit of 64 KiB; the rest is left out]\n";
         EXPECT_EQ(text.size(), cap + note.size());
         EXPECT_TRUE(text.starts_with("listing\nlisting\n"));
         EXPECT_TRUE(text.ends_with(note));
     }
     {
-        LinuxItemSpec spec{"log.txt", {{Kind::kTool, {"count"}}}, false, true};
-        std::string text = RunItems({std::make_shared<LinuxToolItem>(spec, tools.Options(60s, cap), nullptr)}).files["Linux/log.txt"];
+        LinuxItemPlan plan{"log.txt", {{Kind::kTool, {"count"}}}, false, true};
+        std::string text = RunItems({std::make_shared<LinuxToolItem>(plan, tools.Options(60s, cap), nullptr)}).files["Linux/log.txt"];
         const std::string note = "[cut: only the newest 64 KiB of 588895 bytes are kept; the oldest lines are left out]\n";
         ASSERT_TRUE(text.starts_with(note)) << text.substr(0, 200);
         EXPECT_LE(text.size(), cap + note.size());
