@@ -1,4 +1,4 @@
-// The operating-system tool items of a run.
+// The Windows tool items of a run.
 #include "products/imager/system_report/report_system_tools.h"
 
 #include "products/imager/system_report/report_event_logs.h"
@@ -10,7 +10,7 @@
 
 namespace SystemReport {
 
-std::vector<ReportPtr> MakeSystemToolItems(const ReportContext& context) {
+std::vector<ReportPtr> MakeWindowsToolItems(const ReportContext& context) {
     std::shared_ptr<SystemProbe> probe = context.systemProbe ? context.systemProbe : MakeSystemProbe();
     std::vector<ReportPtr> items;
     items.push_back(std::make_shared<ReportSysLog>());

@@ -11,6 +11,7 @@
 #include "core/common/strings.h"
 #include "products/imager/system_report/report_event_logs.h"
 #include "products/imager/system_report/report_generation.h"
+#include "products/imager/system_report/report_system_tools.h"
 #include "products/imager/system_report/report_msinfo32.h"
 #include "products/imager/system_report/report_registry_keys.h"
 #include "products/imager/system_report/report_user_groups.h"
@@ -219,17 +220,14 @@ std::vector<std::string> Types() {
     return {typeid(Items).name()...};
 }
 
-// The tool items of a run's whole list, which must end with the locations item (a stand-in here, as the
-// real one would start network discovery).
+// The Windows tool items for a system, in their order.
 std::vector<std::string> ToolItemTypes(bool wow64, bool preinstallation) {
     ReportContext context;
     context.systemProbe = std::make_shared<FakeProbe>(wow64, preinstallation);
-    auto locations = std::make_shared<ReportUserGroups>();
-    std::vector<ReportPtr> items = MakeReportItems(context, locations);
-    EXPECT_EQ(items.back(), locations);
     std::vector<std::string> types;
-    for (const ReportPtr& item : items) {
-        if (const Report& report = *item; dynamic_cast<const ReportProcessBase*>(&report)) types.push_back(typeid(report).name());
+    for (const ReportPtr& item : MakeWindowsToolItems(context)) {
+        const Report& report = *item;
+        types.push_back(typeid(report).name());
     }
     return types;
 }
@@ -244,6 +242,22 @@ TEST(SystemToolItemsTest, TheRunsListDependsOnWow64AndThePreinstallationEnvironm
     EXPECT_EQ(ToolItemTypes(true, false), list(Types<ReportRegistryKeys64, ReportMSInfo32>()));
     EXPECT_EQ(ToolItemTypes(true, true), list(Types<ReportRegistryKeys64, ReportMSInfo32, ReportWmiPnpAll, ReportWmiPnpVen,
                                                     ReportWmiPnpStorageAndNetwork>()));
+}
+
+// Whatever the platform's tool items are, they come right before the locations item (a stand-in here, as
+// the real one would start network discovery), which is last.
+TEST(SystemToolItemsTest, ThePlatformsToolItemsComeRightBeforeTheLocationsItem) {
+    ReportContext context;
+    context.systemProbe = std::make_shared<FakeProbe>(true, true);
+    auto locations = std::make_shared<ReportUserGroups>();
+    std::vector<ReportPtr> items = MakeReportItems(context, locations);
+    std::vector<ReportPtr> tools = MakeSystemToolItems(context);
+    ASSERT_GT(items.size(), tools.size());
+    EXPECT_EQ(items.back(), locations);
+    for (size_t i = 0; i < tools.size(); ++i) {
+        const Report &listed = *items[items.size() - 1 - tools.size() + i], &tool = *tools[i];
+        EXPECT_EQ(typeid(listed), typeid(tool)) << i;
+    }
 }
 
 }  // namespace
