@@ -266,6 +266,14 @@ report files.p1.mdir.txt mdir -/ -b -i "$img@@$((2048 * 512))" ::/
 report files.p1.fls.txt fls -r -p -o 2048 "$img"
 report files.p2.fls.txt fls -r -p -o 43008 "$img"
 
+# A whole-disk ext4 file system holding the same files, for reading through an operating system's mount.
+img="$work/ext4-files.img"
+mkdir -p "$work/ext4-src"
+cp "$src/bootmgr" "$src/boot.ini" "$work/ext4-src/"
+truncate -s 8M "$img"
+mkfs.ext4 -q -F -L files -d "$work/ext4-src" -U 11111111-2222-3333-4444-555555555556 \
+  -E hash_seed=66666666-7777-8888-9999-000000000000 "$img" >/dev/null 2>&1
+
 # FAT faults that fsck.fat -n finds: a circular chain (the last cluster of bootmgr links back to its first)
 # and a lost cluster (an end mark in an entry no file reaches), each written into both FAT copies.
 u16() { od -An -t u2 -j "$2" -N 2 "$1" | tr -d ' '; }
