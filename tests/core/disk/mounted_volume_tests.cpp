@@ -121,7 +121,13 @@ TEST_F(MountedVolumeTest, ListingsMatchMdirAndFlsAndFilesReadBack) {
         SCOPED_TRACE(c.fls);
         auto disks = MakeImageSource({folder_ / c.image})->Enumerate();
         std::unique_ptr<MountedVolume> mounted;
-        ASSERT_TRUE(Mount(*disks.at(0), c.first, c.count, c.type, mounted).Succeeded());
+        const Common::Error error = Mount(*disks.at(0), c.first, c.count, c.type, mounted);
+        // Windows links no file-system library: NTFS inside an image is not read there.
+        if (!c.mdir && !LibraryReads(c.type)) {
+            EXPECT_TRUE(error.Failed());
+            continue;
+        }
+        ASSERT_TRUE(error.Succeeded());
         EXPECT_EQ(mounted->Way(), c.way);
         auto root = mounted->Root();
         std::set<std::string> paths;
