@@ -41,6 +41,8 @@ def leading(count):
 def main():
     fixtures, corpus = sys.argv[1], sys.argv[2]
     layouts = os.path.join(corpus, "partition_table")
+    readers = os.path.join(corpus, "fat_reader")
+    os.makedirs(readers, exist_ok=True)
     volumes = os.path.join(corpus, "fs_probe")
     os.makedirs(layouts, exist_ok=True)
     os.makedirs(volumes, exist_ok=True)
@@ -60,6 +62,11 @@ def main():
     ]:
         with open(os.path.join(volumes, name), "wb") as f:
             f.write(corpus_input(os.path.join(fixtures, image + ".img"), sector_size, first, count, leading))
+    # Volumes with files in nested folders, a long name and an empty file, and one with a looping chain.
+    for name, image, first, count in [("fat12-files", "fat12-files", 0, 2880), ("fat16-files", "files", 2048, 40960),
+                                      ("fat16-circular", "fat16-circular", 0, 40960)]:
+        with open(os.path.join(readers, name), "wb") as f:
+            f.write(corpus_input(os.path.join(fixtures, image + ".img"), 512, first, count, leading))
 
 
 if __name__ == "__main__":
