@@ -22,14 +22,14 @@ using DisksReport::Set;
 // An interface whose object walk never ends must not hold the report forever.
 constexpr std::size_t kMaxObjects = 100000;
 
-// The BIOS numbering shown in the partition lines: 0x80 is disk 1. A disk without a BIOS number (an image
-// file) takes the number of its place among the disks, the first being 1.
+// The disk numbers of the partition lines: the BIOS number minus 127 (0x80 is disk 1). A disk without a
+// BIOS number (an image file) takes the number of its place among the disks, the first being 1.
 class DiskNumbers {
 public:
+    // Called for every object of the walk, so that each disk has its place, whether it shows or not.
     Value Current() {
-        if (Get(Prop::kHasBiosNumber) != 0) return Get(Prop::kBiosNumber) - 127;
-        auto [place, added] = places_.try_emplace(Get(Prop::kDiskHandle), places_.size() + 1);
-        return place->second;
+        Value place = places_.try_emplace(Get(Prop::kDiskHandle), places_.size() + 1).first->second;
+        return Get(Prop::kHasBiosNumber) != 0 ? Get(Prop::kBiosNumber) - 127 : place;
     }
 
 private:
@@ -79,9 +79,10 @@ Common::Error WriteKsxReport(std::ostream* out, const std::filesystem::path& scr
             Common::Log::Error("Boot configuration report: the object walk does not end; the report stops here.");
             break;
         }
+        Value disk = disks.Current();
         Value volumeHandle = Get(Prop::kVolumeHandle);
         if (Get(Prop::kSkip) != 0 || volumeHandle == 0) continue;
-        WritePartition(*out, disks.Current(), volumeHandle, scratch);
+        WritePartition(*out, disk, volumeHandle, scratch);
     }
     Set(Prop::kReleaseComputer, Prop::kComputerName);
     return {};
