@@ -3,8 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
+
 
 #include "core/da_api/ksx_content.h"
 #include "core/da_api/ksx_report.h"
@@ -13,32 +12,9 @@
 namespace {
 
 using KsxTest::FakeFolder;
+using KsxTest::KsxReport;
 
 constexpr const char* kHeader = "\r\n------ Selvora report ------\r\n\r\n";
-
-class KsxReport : public ::testing::Test {
-protected:
-    void SetUp() override {
-        scratch_ = std::filesystem::temp_directory_path() /
-                   ("ksx-test-" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-        std::filesystem::remove_all(scratch_);
-        std::filesystem::create_directories(scratch_);
-    }
-    void TearDown() override { std::filesystem::remove_all(scratch_); }
-
-    std::string Report(std::vector<KsxTest::FakeBootDisk> disks) {
-        KsxTest::InstallDisks(std::move(disks));
-        std::ostringstream out;
-        EXPECT_TRUE(DaApi::WriteKsxReport(&out, scratch_).Succeeded());
-        return out.str();
-    }
-
-    static std::shared_ptr<const FakeFolder> Volume(FakeFolder folder) {
-        return std::make_shared<const FakeFolder>(std::move(folder));
-    }
-
-    std::filesystem::path scratch_;
-};
 
 TEST_F(KsxReport, WalksMountablePartitionsNumberedByBiosNumberOrPlace) {
     FakeFolder one;
@@ -103,44 +79,6 @@ TEST(KsxContent, PlainTextRule) {
     EXPECT_FALSE(DaApi::Ksx::IsPlainText(std::string("a\0b", 3)));
     EXPECT_FALSE(DaApi::Ksx::IsPlainText("\x1B[0m"));
     EXPECT_FALSE(DaApi::Ksx::IsPlainText("del\x7F"));
-}
-
-std::string FixtureStore() {
-    std::ifstream file(std::filesystem::path(SR_BOOT_FIXTURES_DIR) / "bcd.hive", std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
-TEST_F(KsxReport, DumpsTheStoreFoundThroughEitherLayoutAndNothingElse) {
-    std::string store = FixtureStore();
-    if (store.empty()) GTEST_SKIP() << "no bcd.hive fixture (make_boot_fixtures.sh needs root)";
-    struct Case {
-        const char* folder;
-        const char* file;
-        std::string bytes;
-        const char* opened;  // null: no BCD lines
-    } cases[] = {
-        {"EFI/Microsoft/Boot", "BCD", store, "BCD opened for GPT boottype"},
-        {"Boot", "bcd", store, "BCD opened for MBR boottype"},
-        {"Boot", "BCD", "not a hive at all", nullptr},
-        {"Boot", "BCD", store.substr(0, 9000), nullptr},
-        {"EFI/Microsoft/Boot", "other", store, nullptr},
-    };
-    for (const Case& c : cases) {
-        FakeFolder root;
-        root.Folder(c.folder).File(c.file, c.bytes);
-        std::string text = Report({{0x80, {{1, false, true, Volume(root)}}}});
-        std::size_t at = text.find("BCD opened");
-        if (!c.opened) {
-            EXPECT_EQ(at, std::string::npos) << c.folder << "/" << c.file;
-            continue;
-        }
-        ASSERT_NE(at, std::string::npos) << c.folder;
-        EXPECT_EQ(text.substr(at, text.find("  Objects") - at),
-                  std::string(c.opened) + "\r\nBCD dump:\r\nROOT\r\n  Description\r\n    KeyName: BCD00000000\r\n"
-                                          "    System: 1\r\n");
-        EXPECT_TRUE(text.ends_with("          Element: 4294971392\r\n\r\n")) << c.folder;
-        EXPECT_TRUE(std::filesystem::is_empty(scratch_)) << "the store's copy stays behind";
-    }
 }
 
 }  // namespace
