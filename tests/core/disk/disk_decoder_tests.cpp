@@ -202,14 +202,15 @@ TEST(DiskDecoders, FatEntriesAreCountedAcrossChunks) {
     ASSERT_EQ(probe.outcome, ProbeOutcome::kFound) << probe.failure;
     EXPECT_EQ(probe.info.blockCount, kClusters);
     EXPECT_EQ(probe.info.freeBlocks, kClusters - 11);
+    // No directory entry claims the ten clusters: they are lost.
     CheckResult check;
     ASSERT_TRUE(CheckFileSystem(volume, probe.info, check).Succeeded());
-    EXPECT_EQ(check.warnings, 0u);
+    EXPECT_EQ(check.warnings, kWarnLostClusters);
     // A link past the last cluster, far into the FAT, is found too.
     disk.Put(kReserved * 512 + 4 * 300000, 0x0FFFFFF0 - 1, 4);
     disk.Put((kReserved + kFatSectors) * 512 + 4 * 300000, 0x0FFFFFF0 - 1, 4);
-    ASSERT_TRUE(CheckFileSystem(volume, probe.info, check).Succeeded());
-    EXPECT_EQ(check.warnings, kWarnFatCorrupted);
+    ASSERT_TRUE(CheckFileSystem(volume, ProbeFileSystem(volume).info, check).Succeeded());
+    EXPECT_EQ(check.warnings, kWarnFatCorrupted | kWarnLostClusters);
 }
 
 TEST(DiskDecoders, VolumeReaderStaysInsideItsRegionAndTheDisk) {
@@ -233,6 +234,10 @@ TEST(DiskDecoders, TypeNamesFitTheirColumnAndLabelsAreTrimmed) {
     for (int type = 0; type < 256; ++type) EXPECT_LE(PartitionTypeName(static_cast<std::uint8_t>(type)).size(), 12u);
     EXPECT_EQ(LabelFromBytes(std::vector<std::uint8_t>{'A', 0xE9, ' ', ' '}), u"A\u00E9");
     EXPECT_EQ(LabelFromUtf16Le(std::vector<std::uint8_t>{'x', 0, 0xAC, 0x20, 0, 0, 'y', 0}), u"x\u20AC");
+    // ext, XFS and swap labels are UTF-8: one character each, not one per byte; stray bytes stay Latin-1.
+    EXPECT_EQ(LabelFromUtf8(std::vector<std::uint8_t>{'P', 0xC3, 0xBC, 'f', ' ', 0, 'x'}), u"P\u00FCf");
+    EXPECT_EQ(LabelFromUtf8(std::vector<std::uint8_t>{0xE2, 0x82, 0xAC, 0xF0, 0x9F, 0x98, 0x80}), u"\u20AC\U0001F600");
+    EXPECT_EQ(LabelFromUtf8(std::vector<std::uint8_t>{0xE9, 'a', 0xC3}), u"\u00E9a\u00C3");
 }
 
 TEST(DiskDecoders, PathListsSplitAtTheSeparator) {

@@ -4,6 +4,7 @@
 #include "core/common/strings.h"
 #include "core/da_api/da_api_impl.h"
 #include "core/da_api/da_properties.h"
+#include "core/disk/volume_mount.h"
 #include "tests/core/da_api/impl/da_api_dump.h"
 #include "tests/core/disk/disk_fixtures.h"
 
@@ -278,6 +279,39 @@ TEST(DaApiSystemDisks, WalkOverTheMachinesDisksEnds) {
     std::size_t disks = 0;
     for (std::size_t at = dump.find("disk "); at != std::string::npos; at = dump.find("\ndisk ", at + 1)) ++disks;
     EXPECT_EQ(disks, api->DaGetProperty(Prop::kDiskCount)) << dump;
+}
+
+}  // namespace
+
+namespace {
+
+// The boot configuration report's walk: from the computer level, every disk's objects in turn; each
+// partition's volume mounted through the way that serves it.
+TEST_F(DaApiImplTest, ObjectWalkFromTheComputerMountsEachPartitionsVolume) {
+    auto api = Over({"fat12-files.img", "empty.img", "files.img"});
+    api->DaSetProperty(Prop::kSelectComputer, Prop::kComputerName);
+    api->DaSetProperty(Prop::kDropDisk, 0);
+    api->DaSetProperty(Prop::kObjectHandle, 0);
+    std::string walk;
+    for (api->DaSetProperty(Prop::kNextObject, 0); api->DaGetProperty(Prop::kObjectHandle) != 0;
+         api->DaSetProperty(Prop::kNextObject, 0)) {
+        EXPECT_EQ(api->DaGetProperty(Prop::kSkip), 0u);
+        const Value volume = api->DaGetProperty(Prop::kVolumeHandle);
+        if (volume == 0) continue;
+        api->DaSetProperty(Prop::kVolumeHandle, volume);
+        std::unique_ptr<Disk::MountedVolume> mounted;
+        const Common::Error error = api->MountVolume(volume, mounted);
+        walk += std::to_string(api->DaGetProperty(Prop::kDiskNumber)) + "-" +
+                std::to_string(api->DaGetProperty(Prop::kPartitionNumber)) + " " +
+                (error.Succeeded() ? mounted->Way() : "error") + "\n";
+    }
+    // Windows has no file-system library here: NTFS inside an image stays unread there.
+    const std::string ntfs = Disk::LibraryReads(Disk::FsType::kNtfs) ? "file-system library" : "error";
+    EXPECT_EQ(walk, "0-0 FAT reader\n2-1 FAT reader\n2-2 " + ntfs + "\n");
+    // A handle that names no partition's volume mounts nothing.
+    std::unique_ptr<Disk::MountedVolume> mounted;
+    EXPECT_TRUE(api->MountVolume(0x999, mounted).Failed());
+    EXPECT_FALSE(mounted);
 }
 
 }  // namespace

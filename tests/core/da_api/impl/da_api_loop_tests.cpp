@@ -1,7 +1,12 @@
 // The Linux block-device backend: on loop devices a disk attached from an image must answer as the image
 // does; over a sysfs tree of the test's own, a disk that cannot be opened still shows the kernel's partitions.
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 
 #include <cstdio>
 #include <sstream>
@@ -99,6 +104,41 @@ TEST(DaApiLinuxSource, DiskThatCannotBeOpenedShowsTheKernelsPartitions) {
               std::string::npos) << text;
     EXPECT_NE(text.find("  Disk 0: The disk cannot be opened for reading.\n"), std::string::npos);
     EXPECT_NE(text.find("\r\nPartition 0-1: - No I/O disk\r\nPartition 0-2: - No I/O disk\r\n"), std::string::npos);
+}
+
+// A partition that the system has mounted is read through its mount point, found in /proc/self/mountinfo by
+// the device number. The mount lives in a mount namespace of this process's own and goes with it.
+TEST(DaApiLoopDevice, MountedVolumeIsReadThroughItsMountPoint) {
+    if (::geteuid() != 0) GTEST_SKIP() << "mounting a loop device needs root";
+    std::string why;
+    const auto fixtures = TestSupport::DiskFixtures(why);
+    if (!fixtures) GTEST_SKIP() << why;
+    if (::unshare(CLONE_NEWNS) != 0 || ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+        GTEST_SKIP() << "no private mount namespace: " << std::strerror(errno);
+    LoopDevice loop(*fixtures / "ext4-files.img", 512);
+    if (loop.device.empty()) GTEST_SKIP() << "losetup could not attach a loop device: " << loop.output;
+    TestSupport::TempFolder point;
+    ASSERT_EQ(::mount(loop.device.c_str(), point.path().c_str(), "ext4", MS_RDONLY, nullptr), 0) << std::strerror(errno);
+    struct Unmount {
+        const char* path;
+        ~Unmount() { ::umount2(path, MNT_DETACH); }
+    } unmount{point.path().c_str()};
+
+    auto api = MakeMachineInterface(Disk::MakeSystemSource(), Computer());
+    api->DaSetProperty(Prop::kSelectComputer, Prop::kComputerName);
+    std::unique_ptr<Disk::MountedVolume> mounted;
+    for (api->DaSetProperty(Prop::kNextDisk, 0); api->DaGetProperty(Prop::kDiskHandle) && !mounted;
+         api->DaSetProperty(Prop::kNextDisk, 0)) {
+        if (Text8(api->DaGetProperty(Prop::kDeviceName)) != loop.device) continue;
+        api->DaSetProperty(Prop::kNextObject, 0);
+        ASSERT_TRUE(api->MountVolume(api->DaGetProperty(Prop::kVolumeHandle), mounted).Succeeded());
+    }
+    ASSERT_TRUE(mounted) << loop.device << " is not among the block devices";
+    EXPECT_EQ(mounted->Way(), "mounted at " + point.path().string());
+    std::string bytes;
+    std::uint64_t size = 0;
+    ASSERT_TRUE(Disk::ReadVolumeFile(*mounted->Root(), "BootMgr", ~0ull, bytes, size).Succeeded());
+    EXPECT_EQ(bytes, TestSupport::ReadFile(*fixtures / "files.bootmgr"));
 }
 
 }  // namespace
