@@ -181,7 +181,13 @@ private:
     void LoadStores() {
         for (MachineDisk& disk : machine_.disks)
             for (Partition& partition : disk.partitions) {
-                if (!partition.volume) continue;
+                if (!partition.volume) {
+                    if (!partition.unmounted.empty())
+                        Stores().Add(Verdict::Unknown, Place{&disk, &partition}.Name() +
+                                                           ": not searched for BCD stores, its file system cannot be "
+                                                           "read (" + partition.unmounted + ")");
+                    continue;
+                }
                 std::unique_ptr<Disk::VolumeDirectory> root = partition.volume->Root();
                 if (!root) continue;
                 for (std::string_view path : kStorePaths) LoadStore(Place{&disk, &partition}, *root, path);
@@ -319,8 +325,10 @@ private:
         }
         if (entry.filePath.empty()) return;
         if (!partition.volume) {
-            Firmware().Add(Verdict::Unknown, label + ": " + entry.filePath + " not looked for: the file system of " +
-                                                 place->Name() + " cannot be read (" + partition.unmounted + ")");
+            Firmware().Add(Verdict::Unknown, label + ": " + entry.filePath + " not looked for: " + place->Name() +
+                                                 (partition.unmounted.empty() ? " has no file system this tool reads"
+                                                                              : "'s file system cannot be read (" +
+                                                                                    partition.unmounted + ")"));
             return;
         }
         std::string bytes;

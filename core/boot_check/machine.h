@@ -48,7 +48,7 @@ struct Partition {
     bool logical = false;              // inside an MBR extended partition
     std::vector<std::uint8_t> bootSector;   // empty when it could not be read
     std::unique_ptr<Disk::MountedVolume> volume;
-    std::string unmounted;             // why `volume` is null
+    std::string unmounted;             // why mounting failed; empty when there is no file system to mount
 };
 
 struct MachineDisk {

@@ -152,14 +152,11 @@ void ProbeDisks(Machine& machine) {
     for (std::size_t d = 0; d < machine.disks.size(); ++d)
         for (std::size_t p = 0; p < machine.disks[d].partitions.size(); ++p) {
             Partition& partition = machine.disks[d].partitions[p];
-            if (handles[d][p] == 0) {
-                partition.unmounted = "no file system that can be mounted";
-                continue;
-            }
+            if (handles[d][p] == 0) continue;
             Common::Error error = Common::CatchErrors([&] { return DaMountVolume(handles[d][p], partition.volume); });
             if (error.Failed() || !partition.volume) {
                 partition.volume.reset();
-                partition.unmounted = Why(error);
+                partition.unmounted = error.Failed() ? Why(error) : "the disk library gave no volume";
             }
         }
     DisksReport::EndPass();
