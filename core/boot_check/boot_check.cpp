@@ -222,9 +222,7 @@ private:
             Stores().Add(Verdict::Ok, name + ": a BCD.LOG file of " + Dec(logSize) +
                                           " bytes lies beside it (changes not yet written into the store)");
         std::unique_ptr<Hive::HiveStore> hive;
-        if (!openHive_) {
-            store.unreadable = "this build has no registry hive reader";
-        } else if (Common::Error error = openHive_(bytes, hive); error.Failed() || !hive) {
+        if (Common::Error error = openHive_(bytes, hive); error.Failed() || !hive) {
             Common::Log::WriteError(Common::Log::kWarning, "Boot check: " + name + " cannot be opened as a hive: ",
                                     error);
             store.unreadable = "it cannot be opened as a registry hive";
@@ -564,8 +562,10 @@ private:
             return;
         }
         BootCode().Add(Verdict::Ok, name + " boot sector: " + IdentifyBootCode(partition.bootSector, SectorKind::BootSector));
+        // Only a BIOS start runs a boot sector's code, which finds the rest of itself by the hidden sectors;
+        // firmware reads a GPT disk's file systems without them, and Linux tools leave them 0 there.
         std::optional<std::uint32_t> hidden = HiddenSectors(partition.bootSector);
-        if (!hidden) return;
+        if (!hidden || !disk.mbr) return;
         if (partition.logical)
             BootCode().Add(Verdict::Ok, name + ": hidden sectors " + Dec(*hidden) +
                                             " (a logical partition counts them from its extended table), not compared");

@@ -14,7 +14,7 @@
 
 namespace BootCheck {
 
-// Opens the bytes of a BCD file as a registry hive. Empty where this build has no hive reader.
+// Opens the bytes of a BCD file as a registry hive (OpenHiveBytes, or a fake).
 using HiveOpener = std::function<Common::Error(const std::string& bytes, std::unique_ptr<Hive::HiveStore>& store)>;
 
 // The check's text, CRLF line ends.

@@ -6,6 +6,7 @@
 #include "products/imager/system_report/report_boot_check.h"
 #include "products/imager/system_report/report_disk.h"
 #include "products/imager/system_report/filters/text_data_filter.h"
+#include "products/imager/system_report/report_ksx.h"
 #include "products/imager/system_report/report_locations.h"
 #include "products/imager/system_report/report_product_data.h"
 #include "products/imager/system_report/report_system_tools.h"
@@ -29,6 +30,7 @@ std::vector<ReportPtr> MakeReportItems(ReportContext& context, ReportPtr locatio
     std::vector<ReportPtr> items{
         std::make_shared<ReportDisk>(),
         std::make_shared<ReportUefiBootvars>(),
+        std::make_shared<ReportKsx>(),
         std::make_shared<ReportBootCheck>(),
         std::make_shared<ReportVersion>(),
         std::make_shared<ReportSchedMgr>(Common::ExecutablePath().parent_path()),
