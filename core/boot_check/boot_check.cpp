@@ -365,7 +365,9 @@ private:
         } else if (!typeName) {
             Objects().Add(Verdict::Unknown, label + ": type word 0x" + Hex(*object.type, 8) + " is out of range");
         } else {
-            std::string text = label + " " + object.guid + ": " + *typeName;
+            // A well-known name hides the GUID; give both.
+            std::string text = label + (WellKnownObjectName(object.guid).empty() ? "" : " " + object.guid) + ": " +
+                               *typeName;
             if (auto description = object.elements.find(Element::kDescription); description != object.elements.end())
                 if (auto strings = Utf16Strings(description->second.data); strings && !strings->empty())
                     text += " \"" + strings->front() + "\"";

@@ -10,6 +10,7 @@
 #include "core/da_api/disks_report_access.h"
 #include "core/da_api/disks_report_walk.h"
 #include "core/disk/bytes.h"
+#include "core/disk/partition_types.h"
 #include "core/grub_parser/uefi_bootvars/boot_entries.h"
 #include "core/grub_parser/uefi_bootvars/boot_order.h"
 #include "core/grub_parser/uefi_bootvars/bootvars_report.h"
@@ -103,6 +104,14 @@ void ProbeFirmware(Uefi::VariableStore& store, Firmware& firmware) {
     for (const Uefi::BootEntryPtr& entry : *order) firmware.bootOrder->push_back(entry->GetNumber());
 }
 
+// Boot files and BCD stores live on the file systems that firmware and the boot manager read.
+bool HoldsBootFiles(Value fsType) {
+    using Disk::FsType;
+    for (FsType type : {FsType::kNtfs, FsType::kFat16, FsType::kFat32, FsType::kExfat})
+        if (fsType == static_cast<Value>(type)) return true;
+    return false;
+}
+
 std::vector<std::uint8_t> ReadSector(std::uint64_t sector) {
     std::vector<std::uint8_t> data;
     if (Common::Error error = Instance().ReadSectors(sector, 1, data); error.Failed()) return {};
@@ -131,7 +140,7 @@ void ProbeDisk(MachineDisk& disk, std::vector<Value>& volumeHandles) {
         partition.logical = disk.mbr && number > 4;
         partition.bootSector = ReadSector(partition.start);
         disk.partitions.push_back(std::move(partition));
-        volumeHandles.push_back(Get(Prop::kVolumeHandle));
+        volumeHandles.push_back(HoldsBootFiles(Get(Prop::kFsType)) ? Get(Prop::kVolumeHandle) : 0);
     });
 }
 
