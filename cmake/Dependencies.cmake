@@ -57,4 +57,7 @@ if(NOT WIN32)
   find_package(PkgConfig REQUIRED)
   pkg_check_modules(SR_HIVEX REQUIRED IMPORTED_TARGET hivex)
   add_library(sr::hivex ALIAS PkgConfig::SR_HIVEX)
+  # The Sleuth Kit's library reads NTFS and exFAT volumes that nothing mounts (rescue media, images).
+  pkg_check_modules(SR_TSK REQUIRED IMPORTED_TARGET tsk)
+  add_library(sr::tsk ALIAS PkgConfig::SR_TSK)
 endif()

@@ -11,6 +11,7 @@
 #include "core/disk/layout.h"
 #include "core/disk/mbr.h"
 #include "core/disk/partition_types.h"
+#include "core/disk/volume_mount.h"
 
 namespace DaApi {
 namespace {
@@ -199,21 +200,27 @@ public:
             return;
         case Prop::kReleaseComputer:
             computerSelected_ = false;
+            machineWalk_ = false;
             DropDisk();
             return;
-        case Prop::kDropDisk: DropDisk(); return;
+        case Prop::kDropDisk:
+            machineWalk_ = false;
+            DropDisk();
+            return;
         case Prop::kDropVolumeGroup: return;
         case Prop::kContextA: case Prop::kContextB: return;
         case Prop::kDriveLetterView: letterView_ = value; return;
         case Prop::kNumbering: numbering_ = value; return;
         case Prop::kSelectDiskNumber: {
             RequireComputer(kOperation);
+            machineWalk_ = false;
             for (std::size_t i = 0; i < disks_.size(); ++i)
                 if (disks_[i].number == value) return SelectDisk(i);
             Throw(Failure::kNoDisk, kOperation);
         }
         case Prop::kDiskHandle: {
             RequireComputer(kOperation);
+            machineWalk_ = false;
             if (value == 0) return DropDisk();
             for (std::size_t i = 0; i < disks_.size(); ++i)
                 if (disks_[i].handle == value) return SelectDisk(i);
@@ -221,18 +228,29 @@ public:
         }
         case Prop::kNextDisk: {
             RequireComputer(kOperation);
+            machineWalk_ = false;
             const std::size_t next = currentDisk_ ? *currentDisk_ + 1 : 0;
             if (next < disks_.size()) return SelectDisk(next);
             return DropDisk();
         }
         case Prop::kNextObject: {
-            DiskState& disk = CurrentDisk(kOperation);
+            RequireComputer(kOperation);
+            // From the computer level (no disk current) the walk goes over every disk's objects in turn,
+            // as the boot configuration report walks them.
+            if (!currentDisk_) {
+                machineWalk_ = true;
+                return WalkFromDisk(0);
+            }
+            DiskState& disk = disks_[*currentDisk_];
             const std::size_t next = currentObject_ ? *currentObject_ + 1 : 0;
             currentObject_.reset();
             if (next < disk.objects.size()) currentObject_ = next;
+            else if (machineWalk_) WalkFromDisk(*currentDisk_ + 1);
             return;
         }
         case Prop::kObjectHandle: case Prop::kVolumeHandle: {
+            RequireComputer(kOperation);
+            if (value == 0 && !currentDisk_) return;
             DiskState& disk = CurrentDisk(kOperation);
             currentVolume_.reset();
             if (value == 0) {
@@ -274,7 +292,44 @@ public:
 
     void Stop() override { stopped_ = true; }
 
+    Common::Error MountVolume(Value volumeHandle, std::unique_ptr<Disk::MountedVolume>& volume) override {
+        volume.reset();
+        const std::size_t disk = static_cast<std::size_t>(volumeHandle >> 32) - 1;
+        const std::size_t object = static_cast<std::size_t>(volumeHandle & 0xFFFFFFFF) - 1;
+        if (!computerSelected_ || disk >= disks_.size() || object >= disks_[disk].objects.size() ||
+            !Mountable(disks_[disk].objects[object]))
+            return Common::Error::Make(kFacility + 4, Failure::kNoPartition)
+                .WithField({"operation", Common::ErrorField::Kind::Text, "MountVolume"});
+        const ObjectState& state = disks_[disk].objects[object];
+        Disk::VolumeToMount request;
+        request.disk = &*disks_[disk].reader;
+        request.firstSector = state.object.first;
+        request.sectorCount = state.object.count;
+        request.type = state.fs ? state.fs->type : Disk::FsType::kNone;
+        request.system = state.volume;
+        return Disk::MountVolume(request, volume);
+    }
+
 private:
+    // A partition's volume can be asked for when it carries a file system or the operating system mounts
+    // it; whether it then mounts is MountVolume's answer ("Mount error" in the boot report when not).
+    static bool Mountable(const ObjectState& state) {
+        return state.object.kind == ObjectKind::kPartition &&
+               (state.fs || (state.volume && Disk::SystemMountPath(*state.volume)));
+    }
+
+    // Makes the first object of the first disk from `index` on that has any current; past the last disk,
+    // the last stays current with no object, so that property 84 reads 0.
+    void WalkFromDisk(std::size_t index) {
+        for (; index < disks_.size(); ++index) {
+            SelectDisk(index);
+            if (!disks_[index].objects.empty()) {
+                currentObject_ = 0;
+                return;
+            }
+        }
+    }
+
     void EnsureEnumerated() {
         if (enumerated_) return;
         enumerated_ = true;
@@ -518,7 +573,10 @@ private:
         case Prop::kPartitionNumber: return object.kind == ObjectKind::kPartition ? object.number : 0;
         case Prop::kGptTypeGuid: return Text(state.typeGuidText);
         case Prop::kHidden: return object.hidden;
-        case Prop::kVolumeHandle: return state.fs ? disk.handle | (*currentObject_ + 1) : 0;
+        case Prop::kVolumeHandle: return Mountable(state) ? disk.handle | (*currentObject_ + 1) : 0;
+        // Every object here is one the walks visit: a partition that cannot be read still has its rows in
+        // the disk report and its "Mount error" in the boot report.
+        case Prop::kSkip: return 0;
         case Prop::kVolumeLabel: return Text(state.label);
         case Prop::kDriveLetter: return LetterOf(state, letterView_);
         case Prop::kObjectError: {
@@ -616,6 +674,7 @@ private:
     std::optional<std::size_t> currentDisk_;
     std::optional<std::size_t> currentObject_;
     std::optional<std::size_t> currentVolume_;
+    bool machineWalk_ = false;  // object steps continue on the next disk (a walk begun with no disk current)
     Value letterView_ = 0;
     std::optional<Value> numbering_;
 };

@@ -62,6 +62,7 @@ struct VolumeFacts {
     std::optional<std::uint32_t> osPartitionNumber;
     char driveLetter = 0;    // 'A'..'Z', 0 for none
     std::string mountPoint;  // UTF-8
+    std::string volumePath;  // UTF-8: Windows' "\\?\Volume{GUID}\" of the partition's volume; empty elsewhere
     std::optional<std::u16string> label;
     std::optional<std::uint64_t> freeBytes;
 };

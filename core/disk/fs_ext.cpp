@@ -77,7 +77,7 @@ ProbeResult ProbeExt(VolumeReader& volume) {
         const std::uint64_t journalBytes = std::uint64_t{Le32(sb, 268 + 15 * 4)} << 32 | Le32(sb, 268 + 16 * 4);
         info.journalBlocks = journalBytes / blockBytes;
     }
-    info.label = LabelFromBytes(Bytes(sb).subspan(120, 16));
+    info.label = LabelFromUtf8(Bytes(sb).subspan(120, 16));
     info.serial.assign(sb.begin() + 104, sb.begin() + 120);
 
     struct Flag {

@@ -70,13 +70,45 @@ Common::Error CheckFileSystem(VolumeReader& volume, const FileSystemInfo& info, 
         result.issues.push_back({Problem::kFileSystemLargerThanPartition,
                                  "The file system claims " + std::to_string(info.sizeBytes) + " bytes; its partition holds " +
                                      std::to_string(volume.Size()) + "."});
-    if (info.type == FsType::kFat16 || info.type == FsType::kFat32) return CheckFat(volume, result);
+    if (info.type == FsType::kFat16 || info.type == FsType::kFat32) return CheckFat(volume, info, result);
     return {};
 }
 
 std::u16string LabelFromBytes(std::span<const std::uint8_t> bytes) {
     std::u16string label(bytes.begin(), bytes.end());
     while (!label.empty() && (label.back() == u' ' || label.back() == 0)) label.pop_back();
+    return label;
+}
+
+std::u16string LabelFromUtf8(std::span<const std::uint8_t> bytes) {
+    bytes = bytes.first(static_cast<std::size_t>(std::find(bytes.begin(), bytes.end(), 0) - bytes.begin()));
+    std::u16string label;
+    for (std::size_t i = 0; i < bytes.size();) {
+        const std::uint8_t lead = bytes[i];
+        const std::size_t length = lead < 0xC2 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : lead < 0xF5 ? 4 : 1;
+        char32_t point = length == 2 ? lead & 0x1F : length == 3 ? lead & 0x0F : length == 4 ? lead & 0x07 : lead;
+        bool sound = length > 1 && i + length <= bytes.size();
+        for (std::size_t k = 1; sound && k < length; ++k) {
+            sound = (bytes[i + k] & 0xC0) == 0x80;
+            point = point << 6 | (bytes[i + k] & 0x3F);
+        }
+        // Overlong and surrogate forms are not sound UTF-8.
+        sound = sound && !(length == 3 && (point < 0x800 || (point >= 0xD800 && point <= 0xDFFF))) &&
+                !(length == 4 && (point < 0x10000 || point > 0x10FFFF));
+        if (!sound) {
+            label.push_back(lead);
+            ++i;
+            continue;
+        }
+        if (point >= 0x10000) {
+            label.push_back(static_cast<char16_t>(0xD800 + ((point - 0x10000) >> 10)));
+            label.push_back(static_cast<char16_t>(0xDC00 + ((point - 0x10000) & 0x3FF)));
+        } else {
+            label.push_back(static_cast<char16_t>(point));
+        }
+        i += length;
+    }
+    while (!label.empty() && label.back() == u' ') label.pop_back();
     return label;
 }
 

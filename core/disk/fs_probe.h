@@ -2,12 +2,14 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
 #include "core/disk/block_device.h"
+#include "core/disk/fat.h"
 #include "core/disk/partition_types.h"
 #include "core/disk/problems.h"
 
@@ -71,6 +73,7 @@ struct FileSystemInfo {
     std::uint64_t fatBytes = 0;
     std::uint32_t rootEntries = 0;
     std::uint32_t usedRootEntries = 0;
+    std::shared_ptr<const FatScan> fatScan;  // the probe's pass over the FAT, which the check reuses
     // Inode file systems
     std::uint32_t inodeSize = 0;
     std::uint64_t inodeCount = 0;
@@ -117,6 +120,7 @@ struct CheckResult {
 };
 inline constexpr std::uint32_t kWarnFatCorrupted = 1u << 0;
 inline constexpr std::uint32_t kWarnDifferentFatCopies = 1u << 1;
+inline constexpr std::uint32_t kWarnLostClusters = 1u << 3;
 inline constexpr std::uint32_t kWarnInvalidFatSize = 1u << 6;
 
 // Fails when the volume cannot be read.
@@ -140,11 +144,14 @@ ProbeResult ProbeGfs2(VolumeReader& volume);
 ProbeResult ProbeHpfs(VolumeReader& volume);
 ProbeResult ProbeOracle(VolumeReader& volume);
 
-// FAT's own check (the FAT copies and their entries); in fs_fat.cpp.
-Common::Error CheckFat(VolumeReader& volume, CheckResult& result);
+// FAT's own check (the FAT copies, their entries and the chains the folders claim); in fs_fat.cpp.
+Common::Error CheckFat(VolumeReader& volume, const FileSystemInfo& info, CheckResult& result);
 
 // Text of 8-bit label bytes: trailing blanks and NULs dropped, bytes taken as Latin-1.
 std::u16string LabelFromBytes(std::span<const std::uint8_t> bytes);
+// Text of UTF-8 label bytes (ext, XFS, swap), up to the first NUL, trailing blanks dropped. A byte that
+// does not belong to a sound UTF-8 sequence is taken as Latin-1.
+std::u16string LabelFromUtf8(std::span<const std::uint8_t> bytes);
 // Text of UTF-16LE label bytes, up to the first NUL.
 std::u16string LabelFromUtf16Le(std::span<const std::uint8_t> bytes);
 

@@ -35,7 +35,7 @@ ProbeResult ProbeXfs(VolumeReader& volume) {
     if (Be64(sb, 48) != 0) info.journalBlocks = Be32(sb, 96);
     if ((Be16(sb, 100) & 0x000F) == 4) info.options |= kOptXfs4;
     info.inodeSize = Be16(sb, 104);
-    info.label = LabelFromBytes(Bytes(sb).subspan(108, 12));
+    info.label = LabelFromUtf8(Bytes(sb).subspan(108, 12));
     info.inodeCount = Be64(sb, 128);
     info.freeInodes = Be64(sb, 136);
     if (info.freeBlocks > info.blockCount || info.freeInodes > info.inodeCount)
@@ -58,7 +58,7 @@ ProbeResult ProbeLinuxSwap(VolumeReader& volume) {
         info.blockCount = std::uint64_t{Le32(header, 4)} + 1;
         info.sizeBytes = info.blockCount * page;
         info.serial.assign(header.begin() + 12, header.begin() + 28);
-        info.label = LabelFromBytes(Bytes(header).subspan(28, 16));
+        info.label = LabelFromUtf8(Bytes(header).subspan(28, 16));
         return ProbeResult::Found(std::move(info));
     }
     return ProbeResult::NotThisFormat();

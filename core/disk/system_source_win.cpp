@@ -129,6 +129,7 @@ void AddMountedVolumes(DWORD number, std::vector<VolumeFacts>& partitions) {
             whole.lengthBytes = static_cast<std::uint64_t>(extents.Extents[0].ExtentLength.QuadPart);
             partition = partitions.insert(partitions.end(), whole);
         }
+        partition->volumePath = Common::WideToUtf8(volumeName);
         wchar_t paths[1024] = {};
         DWORD length = 0;
         if (GetVolumePathNamesForVolumeNameW(volumeName.c_str(), paths, 1024, &length)) {

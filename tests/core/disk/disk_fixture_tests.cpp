@@ -148,6 +148,8 @@ TEST_F(DiskFixtureTest, FatFileSystemsMatchFsckFat) {
         {"gpt.img", 2048, 81920, "gpt.p1.fsck.txt", FsType::kFat32, "ESP"},
         {"floppy.img", 0, 0, "floppy.fsck.txt", FsType::kFat16, "FLOPPY"},
         {"gpt4k.img", 1280, 1024, "gpt4k.p2.fsck.txt", FsType::kFat16, "FAT4K"},
+        // FAT32 by its zero 16-bit FAT size, though it has fewer than 65,525 clusters.
+        {"fat32-4k.img", 0, 0, "fat32-4k.fsck.txt", FsType::kFat32, "ESP4K"},
     };
     for (const FatCase& fat : cases) {
         SCOPED_TRACE(fat.report);

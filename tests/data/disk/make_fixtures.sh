@@ -18,7 +18,7 @@ if [[ -f $stamp && $(cat "$stamp") == "$sum" ]]; then exit 0; fi
 
 export PATH="$PATH:/usr/sbin:/sbin"
 for tool in flock sfdisk fdisk sgdisk mkfs.vfat fsck.fat mkntfs ntfslabel ntfsinfo mkfs.ext4 dumpe2fs mkfs.exfat exfatlabel \
-  dump.exfat mkswap blkid dd truncate od; do
+  dump.exfat mkswap blkid dd truncate od mmd mcopy mdir mshowfat ntfscp fls; do
   if ! command -v "$tool" >/dev/null; then
     echo "make_fixtures.sh: missing tool $tool" >&2
     exit 77
@@ -222,6 +222,81 @@ place "$img" 2048 512 "$work/f"
 
 # Damaged: a zero-length image.
 : >"$work/empty.img"
+
+# Files for the mounted-volume readers, put in by mtools and ntfscp; the same content in every image.
+export MTOOLS_SKIP_CHECK=1
+src="$work/src"
+mkdir -p "$src"
+printf '[boot loader]\r\ntimeout=30\r\n' >"$src/boot.ini"
+: >"$src/empty"
+for i in $(seq 1 700); do printf 'line %04d of a file that spans several clusters\n' "$i"; done >"$src/bootmgr"
+cp "$src/boot.ini" "$out/files.boot.ini"
+cp "$src/bootmgr" "$out/files.bootmgr"
+fill_fat() {  # <image@@offset>: nested folders, a long file name, an empty file
+  mmd -i "$1" ::/EFI ::/EFI/Microsoft ::/EFI/Microsoft/Boot ::/ZORBELT
+  mcopy -i "$1" "$src/bootmgr" ::/bootmgr
+  mcopy -i "$1" "$src/bootmgr" ::/EFI/Microsoft/Boot/BCD
+  mcopy -i "$1" "$src/boot.ini" "::/ZORBELT/A long file name.txt"
+  mcopy -i "$1" "$src/empty" ::/boot.ini
+}
+img="$work/fat12-files.img"
+truncate -s 1440K "$img"
+mkfs.vfat -F 12 -n FILES12 -i 1234ABCD --invariant "$img" >/dev/null
+fill_fat "$img"
+report fat12-files.mdir.txt mdir -/ -b -i "$img" ::/
+report fat12-files.fls.txt fls -r -p "$img"
+
+# An MBR disk with a FAT16 partition filled at its byte offset and an NTFS partition.
+img="$work/files.img"
+truncate -s 48M "$img"
+sfdisk -q "$img" >/dev/null <<'EOF2'
+label: dos
+label-id: 0x5eed000a
+start=2048, size=40960, type=6
+start=43008, size=49152, type=7
+EOF2
+fat16 "$work/f16" 20 2048 FILES16
+ntfs "$work/n" 24 43008 FilesNtfs 0123456789ABCDEF
+ntfscp -f "$work/n" "$src/bootmgr" bootmgr >/dev/null 2>&1
+ntfscp -f "$work/n" "$src/boot.ini" "Long NTFS file name.ini" >/dev/null 2>&1
+place "$img" 2048 512 "$work/f16"
+place "$img" 43008 512 "$work/n"
+fill_fat "$img@@$((2048 * 512))"
+report files.p1.mdir.txt mdir -/ -b -i "$img@@$((2048 * 512))" ::/
+report files.p1.fls.txt fls -r -p -o 2048 "$img"
+report files.p2.fls.txt fls -r -p -o 43008 "$img"
+
+# FAT faults that fsck.fat -n finds: a circular chain (the last cluster of bootmgr links back to its first)
+# and a lost cluster (an end mark in an entry no file reaches), each written into both FAT copies.
+u16() { od -An -t u2 -j "$2" -N 2 "$1" | tr -d ' '; }
+fat16 "$work/c" 20 0 CIRCULAR
+fill_fat "$work/c"
+cp "$work/c" "$work/l"
+chain=$(mshowfat -i "$work/c" ::/bootmgr | sed -n 's/.*<\([0-9]*\)-\([0-9]*\)>.*/\1 \2/p')
+first=${chain% *}
+last=${chain#* }
+fat=$(($(u16 "$work/c" 14) * 512))
+fatbytes=$(($(u16 "$work/c" 22) * 512))
+for copy in 0 1; do
+  poke "$work/c" $((fat + copy * fatbytes + last * 2)) $(printf '%02x %02x' $((first & 255)) $((first >> 8)))
+  poke "$work/l" $((fat + copy * fatbytes + 4000 * 2)) ff ff
+done
+mv "$work/c" "$work/fat16-circular.img"
+mv "$work/l" "$work/fat16-lost.img"
+report fat16-circular.fsck.txt fsck.fat -n "$work/fat16-circular.img"
+report fat16-lost.fsck.txt fsck.fat -n "$work/fat16-lost.img"
+
+# FAT32 with fewer than 65,525 clusters: a 100 MiB EFI system partition in 4096-byte sectors.
+img="$work/fat32-4k.img"
+truncate -s 100M "$img"
+mkfs.vfat -F 32 -S 4096 -n ESP4K -i 1234ABCD --invariant "$img" >/dev/null 2>&1
+report fat32-4k.fsck.txt fsck.fat -vn "$img"
+
+# A FAT32 volume whose FAT spans several megabytes, for counting how often the FAT is read.
+img="$work/fat32-big.img"
+truncate -s 600M "$img"
+mkfs.vfat -F 32 -s 1 -n BIGFAT -i 1234ABCD --invariant "$img" >/dev/null
+report fat32-big.fsck.txt fsck.fat -vn "$img"
 
 for image in "$work"/*.img; do mv -f "$image" "$out/"; done
 echo "$sum" >"$stamp"
