@@ -10,9 +10,9 @@
 #include "core/boot_check/bcd_elements.h"
 #include "core/boot_check/boot_code.h"
 #include "core/boot_check/hive_header.h"
-#include "core/boot_check/volume_files.h"
 #include "core/common/log.h"
 #include "core/disk/bytes.h"
+#include "core/disk/disk_errors.h"
 
 namespace BootCheck {
 namespace {
@@ -25,6 +25,16 @@ constexpr std::array<std::string_view, 3> kStorePaths{"EFI/Microsoft/Boot/BCD", 
 constexpr std::uint64_t kMaxStoreBytes = 64u << 20;
 
 enum class Verdict { Ok, Problem, Unknown };
+
+enum class FileLookup { Found, Missing, Unreadable };
+
+// Reads at most `limit` bytes of the file at `path`, telling a missing file from one that cannot be read.
+FileLookup ReadFileAt(Disk::VolumeDirectory& root, std::string_view path, std::uint64_t limit, std::string& bytes,
+                      std::uint64_t& size) {
+    Common::Error error = Disk::ReadVolumeFile(root, path, limit, bytes, size);
+    if (error.Succeeded()) return FileLookup::Found;
+    return error.Code() == Disk::Codes::kNotFound ? FileLookup::Missing : FileLookup::Unreadable;
+}
 
 struct Section {
     std::string title;

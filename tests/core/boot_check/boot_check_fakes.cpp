@@ -1,6 +1,8 @@
 // In-memory volumes and BCD stores.
 #include "boot_check_fakes.h"
 
+#include "core/disk/disk_errors.h"
+
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
@@ -42,7 +44,7 @@ public:
                 bytes = content.substr(0, static_cast<std::size_t>(std::min<std::uint64_t>(limit, size)));
                 return {};
             }
-        return Common::Error::Make(2, L"not found");
+        return Common::Error::Make(Disk::Codes::kNotFound, L"not found");
     }
 
 private:

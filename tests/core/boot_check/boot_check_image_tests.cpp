@@ -1,12 +1,14 @@
-// The boot-chain check over disk images and a store made by the real tools of
-// tests/data/boot/make_boot_fixtures.sh (sgdisk, sfdisk, mkfs.vfat, mkntfs, hivexregedit), read through the
-// DA-API, the mounted volumes and the hive reader.
+// The boot-chain check over disk images and stores made by the real tools of tests/data/boot and
+// tests/data/boot_check (sgdisk, sfdisk, mkfs.vfat, mkntfs, hivexregedit), read through the DA-API, the
+// mounted volumes and the hive reader.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <set>
+#include <sstream>
 
 #include "core/boot_check/bcd_hive_file.h"
 #include "core/boot_check/boot_check.h"
@@ -41,6 +43,15 @@ TEST(HiveHeaderTest, ReadsTheBaseBlockHivexWrote) {
     EXPECT_FALSE(ReadHiveHeader(std::span(hive).first(511), header));
 }
 
+void UseImages(const std::string& images) {
+#ifdef _WIN32
+    _putenv_s("SYSTEM_REPORT_DISK_IMAGES", images.c_str());
+#else
+    setenv("SYSTEM_REPORT_DISK_IMAGES", images.c_str(), 1);
+#endif
+    DaApi::Initialize();
+}
+
 class NoFirmware final : public Uefi::VariableStore {
 public:
     bool BootVariablesAllowed() override { return false; }
@@ -51,13 +62,7 @@ public:
 // A machine without UEFI whose disks are images: the file is still written, and says what could not run.
 TEST(BootCheckImageTest, MachineWithoutUefiStillGetsItsCheck) {
     if (!std::filesystem::exists(Fixture("mbr-ntfs.img"))) GTEST_SKIP() << "boot fixtures not made";
-    std::string images = Fixture("gpt-esp.img").string() + (SR_PATH_LIST_SEPARATOR + Fixture("mbr-ntfs.img").string());
-#ifdef _WIN32
-    _putenv_s("SYSTEM_REPORT_DISK_IMAGES", images.c_str());
-#else
-    setenv("SYSTEM_REPORT_DISK_IMAGES", images.c_str(), 1);
-#endif
-    DaApi::Initialize();
+    UseImages(Fixture("gpt-esp.img").string() + (SR_PATH_LIST_SEPARATOR + Fixture("mbr-ntfs.img").string()));
     NoFirmware firmware;
     Machine machine = ProbeMachine(firmware);
     std::string text = BuildBootCheck(machine, OpenHiveBytes);
@@ -71,6 +76,53 @@ TEST(BootCheckImageTest, MachineWithoutUefiStillGetsItsCheck) {
                              "OK disk 1: partition 1 is the one active partition\r\n",
                              "OK disk 1 partition 1: hidden sectors equal the partition's start (2048)\r\n"})
         EXPECT_NE(text.find(line), std::string::npos) << line << text;
+}
+
+// The PROBLEM and UNKNOWN lines of the check over one image.
+std::multiset<std::string> FindingsOf(const std::filesystem::path& image) {
+    UseImages(image.string());
+    NoFirmware firmware;
+    Machine machine = ProbeMachine(firmware);
+    std::istringstream lines(BuildBootCheck(machine, OpenHiveBytes));
+    std::multiset<std::string> findings;
+    for (std::string line; std::getline(lines, line);)
+        if (line.rfind("PROBLEM ", 0) == 0 || line.rfind("UNKNOWN ", 0) == 0) findings.insert(line);
+    return findings;
+}
+
+// Images whose one link sgdisk, sfdisk or hivexregedit broke (tests/data/boot_check/make_boot_chain_fixtures.sh):
+// each adds its one PROBLEM line to what its healthy image shows.
+TEST(BootCheckImageTest, EachBrokenLinkOfARealImageIsReportedOnce) {
+    const std::filesystem::path images = SR_BOOT_CHAIN_FIXTURES;
+    if (!std::filesystem::exists(images / "mbr-new-id.img")) GTEST_SKIP() << "boot chain images not made";
+    const std::string gptStore = "PROBLEM disk 0 partition 1 \\EFI\\Microsoft\\Boot\\BCD ";
+    struct Case {
+        const char* healthy;
+        const char* broken;
+        std::string added;
+    };
+    const std::vector<Case> cases{
+        {"gpt.img", "gpt-new-guid.img",
+         gptStore + "{5eed0b00-1000-4000-8000-000000000001} 21000001 (OS device): GPT partition "
+                    "5eed0b00-0002-4000-8000-000000000000 on disk 5eed0b00-0000-4000-8000-000000000000: no partition "
+                    "has GUID 5eed0b00-0002-4000-8000-000000000000\r"},
+        {"gpt.img", "gpt-no-default.img",
+         gptStore + "{bootmgr} 23000003 (default object): names {5eed0b00-1000-4000-8000-0000000000ff}, which is "
+                    "not in the store\r"},
+        {"mbr.img", "mbr-new-id.img",
+         "PROBLEM disk 0 partition 1 \\Boot\\BCD {5eed0b00-1000-4000-8000-000000000001} 21000001 (OS device): MBR "
+         "partition at byte 1048576 on the disk with signature 5EED0B02: no disk has signature 5EED0B02\r"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.broken);
+        std::multiset<std::string> healthy = FindingsOf(images / c.healthy);
+        // Without firmware variables only the two firmware checks are UNKNOWN.
+        EXPECT_EQ(healthy.size(), 2u);
+        for (const std::string& line : healthy) EXPECT_EQ(line.rfind("UNKNOWN the firmware's", 0), 0u) << line;
+        std::multiset<std::string> broken = FindingsOf(images / c.broken);
+        for (const std::string& line : healthy) broken.erase(broken.find(line));
+        EXPECT_EQ(broken, std::multiset<std::string>{c.added});
+    }
 }
 
 }  // namespace
