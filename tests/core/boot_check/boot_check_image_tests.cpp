@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <iterator>
 #include <set>
 #include <sstream>
@@ -43,12 +44,16 @@ TEST(HiveHeaderTest, ReadsTheBaseBlockHivexWrote) {
     EXPECT_FALSE(ReadHiveHeader(std::span(hive).first(511), header));
 }
 
-void UseImages(const std::string& images) {
 #ifdef _WIN32
-    _putenv_s("SYSTEM_REPORT_DISK_IMAGES", images.c_str());
+constexpr char kPathListSeparator = ';';
+void SetImagesVariable(const std::string& images) { _putenv_s("SYSTEM_REPORT_DISK_IMAGES", images.c_str()); }
 #else
-    setenv("SYSTEM_REPORT_DISK_IMAGES", images.c_str(), 1);
+constexpr char kPathListSeparator = ':';
+void SetImagesVariable(const std::string& images) { setenv("SYSTEM_REPORT_DISK_IMAGES", images.c_str(), 1); }
 #endif
+
+void UseImages(const std::string& images) {
+    SetImagesVariable(images);
     DaApi::Initialize();
 }
 
@@ -62,7 +67,7 @@ public:
 // A machine without UEFI whose disks are images: the file is still written, and says what could not run.
 TEST(BootCheckImageTest, MachineWithoutUefiStillGetsItsCheck) {
     if (!std::filesystem::exists(Fixture("mbr-ntfs.img"))) GTEST_SKIP() << "boot fixtures not made";
-    UseImages(Fixture("gpt-esp.img").string() + (SR_PATH_LIST_SEPARATOR + Fixture("mbr-ntfs.img").string()));
+    UseImages(Fixture("gpt-esp.img").string() + kPathListSeparator + Fixture("mbr-ntfs.img").string());
     NoFirmware firmware;
     Machine machine = ProbeMachine(firmware);
     std::string text = BuildBootCheck(machine, OpenHiveBytes);
@@ -116,6 +121,13 @@ TEST(BootCheckImageTest, EachBrokenLinkOfARealImageIsReportedOnce) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.broken);
         std::multiset<std::string> healthy = FindingsOf(images / c.healthy);
+#ifdef _WIN32
+        // The Windows build reads NTFS only through the system's own mounts, which image files do not get.
+        if (std::string(c.healthy) == "mbr.img") {
+            std::cout << "not checked under Windows: " << c.broken << " (an NTFS image)\n";
+            continue;
+        }
+#endif
         // Without firmware variables only the two firmware checks are UNKNOWN.
         EXPECT_EQ(healthy.size(), 2u);
         for (const std::string& line : healthy) EXPECT_EQ(line.rfind("UNKNOWN the firmware's", 0), 0u) << line;
