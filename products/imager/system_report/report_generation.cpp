@@ -3,6 +3,7 @@
 
 #include "core/common/folders.h"
 #include "core/da_api/da_api.h"
+#include "products/imager/system_report/report_boot_check.h"
 #include "products/imager/system_report/report_disk.h"
 #include "products/imager/system_report/filters/text_data_filter.h"
 #include "products/imager/system_report/report_ksx.h"
@@ -30,6 +31,7 @@ std::vector<ReportPtr> MakeReportItems(ReportContext& context, ReportPtr locatio
         std::make_shared<ReportDisk>(),
         std::make_shared<ReportUefiBootvars>(),
         std::make_shared<ReportKsx>(),
+        std::make_shared<ReportBootCheck>(),
         std::make_shared<ReportVersion>(),
         std::make_shared<ReportSchedMgr>(Common::ExecutablePath().parent_path()),
         std::make_shared<ReportUserGroups>(),
