@@ -73,6 +73,16 @@ public:
 
     // Where the rule before this one appends what it hands on.
     Text& Input() { return input_; }
+    std::size_t Held() const { return input_.size(); }
+
+    // Ready for a new text.
+    void Reset() {
+        input_.clear();
+        external_ = {};
+        visible_ = emitted_ = start_ = previousEnd_ = waitFor_ = 0;
+        usesExternal_ = false;
+        retry_ = 0;
+    }
 
     // Appends to `out` what is settled; at the end of the text (`last`), everything.
     Common::Error Step(bool last, Text& out) {
@@ -222,6 +232,76 @@ RuleEngine<Unit>::RuleEngine(std::span<const RuleText> rules, std::size_t pieceU
 template <typename Unit>
 RuleEngine<Unit>::~RuleEngine() = default;
 
+// What one text needs while it passes the rules: a match context, a JIT stack and a stage per rule.
+template <typename Unit>
+struct RuleEngine<Unit>::Stream::State {
+    typename Pcre2Handles<Unit>::MatchContext context;
+    typename Pcre2Handles<Unit>::JitStack stack;
+    std::vector<std::unique_ptr<Stage>> stages;
+    std::size_t pieceUnits = 0;
+    std::size_t holdLimit = 0;
+};
+
+template <typename Unit>
+RuleEngine<Unit>::Stream::Stream(std::unique_ptr<State> state) : state_(std::move(state)) {}
+
+template <typename Unit>
+RuleEngine<Unit>::Stream::~Stream() = default;
+
+template <typename Unit>
+Common::Error RuleEngine<Unit>::Start(std::unique_ptr<Stream>& stream, std::size_t holdLimit) const {
+    using Api = Pcre2Api<Unit>;
+    auto state = std::make_unique<typename Stream::State>();
+    state->pieceUnits = pieceUnits_;
+    state->holdLimit = holdLimit;
+    state->context.reset(Api::matchContextCreate(nullptr));
+    state->stack.reset(Api::jitStackCreate(kJitStackStart, kJitStackMax, nullptr));
+    if (!state->context || !state->stack) return EngineError<Unit>(PCRE2_ERROR_NOMEMORY, 0);
+    Api::jitStackAssign(state->context.get(), nullptr, state->stack.get());
+    // The rules take time linear in the text, so the count of backtracking steps is no measure of a
+    // runaway match here; a limit would only refuse large texts.
+    Api::setMatchLimit(state->context.get(), std::numeric_limits<std::uint32_t>::max());
+    for (const std::unique_ptr<Rule>& rule : rules_) {
+        state->stages.push_back(std::make_unique<Stage>(*rule, state->context.get()));
+        if (!state->stages.back()->Ready()) return EngineError<Unit>(PCRE2_ERROR_NOMEMORY, rule->index);
+    }
+    stream.reset(new Stream(std::move(state)));
+    return {};
+}
+
+template <typename Unit>
+Common::Error RuleEngine<Unit>::Stream::Push(std::span<const Unit> piece, bool last, Text& result) {
+    std::vector<std::unique_ptr<Stage>>& stages = state_->stages;
+    if (stages.empty()) {
+        result.insert(result.end(), piece.begin(), piece.end());
+        return {};
+    }
+    // The piece enters in slices, so that every rule works on text still in the processor's caches.
+    std::size_t taken = 0;
+    do {
+        const std::size_t slice = std::min(state_->pieceUnits, piece.size() - taken);
+        Text& input = stages.front()->Input();
+        input.insert(input.end(), piece.begin() + static_cast<std::ptrdiff_t>(taken),
+                     piece.begin() + static_cast<std::ptrdiff_t>(taken + slice));
+        taken += slice;
+        const bool end = last && taken == piece.size();
+        for (std::size_t i = 0; i < stages.size(); ++i) {
+            Text& out = i + 1 < stages.size() ? stages[i + 1]->Input() : result;
+            if (Common::Error error = stages[i]->Step(end, out); error.Failed()) return error;
+            if (stages[i]->Held() > state_->holdLimit) {
+                return Common::Error::Make(Common::Codes::kUnexpected,
+                                           L"The text could not be filtered: a line that a rule may still match is "
+                                           L"longer than " + std::to_wstring(state_->holdLimit >> 20) + L" MiB.")
+                    .WithField({"rule", Common::ErrorField::Kind::Decimal, {}, i + 1});
+            }
+        }
+    } while (taken < piece.size());
+    if (last) {
+        for (const std::unique_ptr<Stage>& stage : stages) stage->Reset();
+    }
+    return {};
+}
+
 template <typename Unit>
 Common::Error RuleEngine<Unit>::Apply(std::span<const Unit> text, Text& result) const {
     using Api = Pcre2Api<Unit>;
@@ -229,8 +309,6 @@ Common::Error RuleEngine<Unit>::Apply(std::span<const Unit> text, Text& result) 
     typename Pcre2Handles<Unit>::JitStack stack(Api::jitStackCreate(kJitStackStart, kJitStackMax, nullptr));
     if (!context || !stack) return EngineError<Unit>(PCRE2_ERROR_NOMEMORY, 0);
     Api::jitStackAssign(context.get(), nullptr, stack.get());
-    // The rules take time linear in the text, so the count of backtracking steps is no measure of a
-    // runaway match here; a limit would only refuse large texts.
     Api::setMatchLimit(context.get(), std::numeric_limits<std::uint32_t>::max());
 
     std::vector<std::unique_ptr<Stage>> stages;
