@@ -9,6 +9,7 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <condition_variable>
 #include <deque>
@@ -775,7 +776,7 @@ struct ZipWriter::Impl {
     std::deque<Task> tasks;
     std::size_t inFlight = 0;
     bool stopping = false;
-    bool aborted = false;
+    std::atomic<bool> aborted{false};  // read without the lock where an Add call begins
     std::vector<std::thread> workers;
 };
 

@@ -52,7 +52,7 @@ struct RuleEngine<Unit>::Rule {
 };
 
 // One rule applied to a stream. Its input grows at the end as the rule before it (or, for the first
-// rule, the caller's text) reveals more; the rule hands on what is settled by appending it to the next
+// rule, the caller) appends more; the rule hands on what is settled by appending it to the next
 // rule's input. The input keeps one unit of context before what is not handed on yet, so that "^" and
 // "\b" see the unit before. Until the text ends, PCRE2_PARTIAL_HARD reports a match that more text could
 // still complete or change, and the text from its start is held back.
@@ -64,13 +64,6 @@ public:
 
     bool Ready() const { return data_ != nullptr; }
 
-    // The first rule reads the caller's text in place, of which the first `visible` units are revealed.
-    void Reveal(std::span<const Unit> text, std::size_t visible) {
-        external_ = text;
-        visible_ = visible;
-        usesExternal_ = true;
-    }
-
     // Where the rule before this one appends what it hands on.
     Text& Input() { return input_; }
     std::size_t Held() const { return input_.size(); }
@@ -78,9 +71,7 @@ public:
     // Ready for a new text.
     void Reset() {
         input_.clear();
-        external_ = {};
-        visible_ = emitted_ = start_ = previousEnd_ = waitFor_ = 0;
-        usesExternal_ = false;
+        emitted_ = start_ = previousEnd_ = waitFor_ = 0;
         retry_ = 0;
     }
 
@@ -96,8 +87,8 @@ public:
 private:
     using Api = Pcre2Api<Unit>;
 
-    const Unit* Data() const { return usesExternal_ ? external_.data() : input_.data(); }
-    std::size_t Size() const { return usesExternal_ ? visible_ : input_.size(); }
+    const Unit* Data() const { return input_.data(); }
+    std::size_t Size() const { return input_.size(); }
 
     Common::Error Run(bool last, Text& out) {
         static const Unit empty{};
@@ -164,11 +155,10 @@ private:
         emitted_ = std::max(emitted_, upTo);
     }
 
-    // Drops from the input what is handed on, but for the one unit of context before the rest. The
-    // caller's text is read in place and never changes.
+    // Drops from the input what is handed on, but for the one unit of context before the rest.
     void Compact() {
         const std::size_t keep = std::min(emitted_, start_);
-        if (usesExternal_ || keep <= 1) return;
+        if (keep <= 1) return;
         const std::size_t drop = keep - 1;
         input_.erase(input_.begin(), input_.begin() + static_cast<std::ptrdiff_t>(drop));
         emitted_ -= drop;
@@ -181,9 +171,6 @@ private:
     typename Pcre2Api<Unit>::MatchContext* context_;
     typename Pcre2Handles<Unit>::MatchData data_;
     Text input_;
-    std::span<const Unit> external_;
-    std::size_t visible_ = 0;
-    bool usesExternal_ = false;
     std::size_t emitted_ = 0;      // the input before this is handed on
     std::size_t start_ = 0;        // where the next search begins
     std::size_t previousEnd_ = 0;  // end of the previous match
@@ -304,36 +291,11 @@ Common::Error RuleEngine<Unit>::Stream::Push(std::span<const Unit> piece, bool l
 
 template <typename Unit>
 Common::Error RuleEngine<Unit>::Apply(std::span<const Unit> text, Text& result) const {
-    using Api = Pcre2Api<Unit>;
-    typename Pcre2Handles<Unit>::MatchContext context(Api::matchContextCreate(nullptr));
-    typename Pcre2Handles<Unit>::JitStack stack(Api::jitStackCreate(kJitStackStart, kJitStackMax, nullptr));
-    if (!context || !stack) return EngineError<Unit>(PCRE2_ERROR_NOMEMORY, 0);
-    Api::jitStackAssign(context.get(), nullptr, stack.get());
-    Api::setMatchLimit(context.get(), std::numeric_limits<std::uint32_t>::max());
-
-    std::vector<std::unique_ptr<Stage>> stages;
-    for (const std::unique_ptr<Rule>& rule : rules_) {
-        stages.push_back(std::make_unique<Stage>(*rule, context.get()));
-        if (!stages.back()->Ready()) return EngineError<Unit>(PCRE2_ERROR_NOMEMORY, rule->index);
-    }
+    std::unique_ptr<Stream> stream;
+    if (Common::Error error = Start(stream, std::numeric_limits<std::size_t>::max()); error.Failed()) return error;
     result.clear();
     result.reserve(text.size());
-    if (stages.empty()) {
-        result.assign(text.begin(), text.end());
-        return {};
-    }
-    std::size_t visible = 0;
-    bool last = false;
-    while (!last) {
-        visible += std::min(pieceUnits_, text.size() - visible);
-        last = visible == text.size();
-        stages.front()->Reveal(text, visible);
-        for (std::size_t i = 0; i < stages.size(); ++i) {
-            Text& out = i + 1 < stages.size() ? stages[i + 1]->Input() : result;
-            if (Common::Error error = stages[i]->Step(last, out); error.Failed()) return error;
-        }
-    }
-    return {};
+    return stream->Push(text, true, result);
 }
 
 template class RuleEngine<char>;
