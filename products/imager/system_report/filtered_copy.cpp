@@ -40,7 +40,25 @@ Common::Error ReadAll(const std::filesystem::path& path, std::string& content) {
     return {};
 }
 
+class FilterStream final : public Zip::TransformStream {
+public:
+    explicit FilterStream(std::unique_ptr<CopyFileFilter::Stream> stream) : stream_(std::move(stream)) {}
+    Common::Error Push(std::string_view bytes, bool last, std::string& stored) override {
+        return stream_->Push(bytes, last, stored);
+    }
+
+private:
+    std::unique_ptr<CopyFileFilter::Stream> stream_;
+};
+
 }  // namespace
+
+Zip::Transform FilterTransform(const CopyFileFilter& filter) {
+    if (!filter.StartStream()) {
+        return [&filter](const std::string& text, std::string& filtered) { return filter.Filter(text, filtered); };
+    }
+    return Zip::Transform::Stream([&filter] { return std::make_unique<FilterStream>(filter.StartStream()); });
+}
 
 Common::Error ReadWholeFile(const std::filesystem::path& path, std::string& content) {
     content.clear();

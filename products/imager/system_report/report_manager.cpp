@@ -155,13 +155,16 @@ private:
             }
             return error.Failed() ? WriteFailure(error) : Common::Error();
         }
-        std::string filtered;
-        if (Common::Error error = FilteredCopyFile(source, *filter, filtered); error.Failed()) {
+        // The filter runs on the archive's workers; one that fails there drops the file and logs why.
+        std::unique_ptr<Zip::EntrySource> file;
+        Common::Error error = Zip::OpenFileSource(source, file);
+        if (!error.Failed()) error = zip_.AddFromSource(name, std::move(file), modified, FilterTransform(*filter));
+        if (error.Failed() && Zip::IsSourceFailure(error)) {
             // Text that was meant to be redacted and was not must never reach the archive.
             Common::Log::WriteError(Common::Log::kError, "Report file '" + name + "' is left out: ", error);
             return {};
         }
-        return StoreText(std::move(filtered), name, nullptr, modified);
+        return error.Failed() ? WriteFailure(error) : Common::Error();
     }
 
     Common::Error StoreText(std::string text, const std::string& name, const CopyFileFilter* filter, std::time_t modified) {

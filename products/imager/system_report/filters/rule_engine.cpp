@@ -52,7 +52,7 @@ struct RuleEngine<Unit>::Rule {
 };
 
 // One rule applied to a stream. Its input grows at the end as the rule before it (or, for the first
-// rule, the caller's text) reveals more; the rule hands on what is settled by appending it to the next
+// rule, the caller) appends more; the rule hands on what is settled by appending it to the next
 // rule's input. The input keeps one unit of context before what is not handed on yet, so that "^" and
 // "\b" see the unit before. Until the text ends, PCRE2_PARTIAL_HARD reports a match that more text could
 // still complete or change, and the text from its start is held back.
@@ -64,15 +64,16 @@ public:
 
     bool Ready() const { return data_ != nullptr; }
 
-    // The first rule reads the caller's text in place, of which the first `visible` units are revealed.
-    void Reveal(std::span<const Unit> text, std::size_t visible) {
-        external_ = text;
-        visible_ = visible;
-        usesExternal_ = true;
-    }
-
     // Where the rule before this one appends what it hands on.
     Text& Input() { return input_; }
+    std::size_t Held() const { return input_.size(); }
+
+    // Ready for a new text.
+    void Reset() {
+        input_.clear();
+        emitted_ = start_ = previousEnd_ = waitFor_ = 0;
+        retry_ = 0;
+    }
 
     // Appends to `out` what is settled; at the end of the text (`last`), everything.
     Common::Error Step(bool last, Text& out) {
@@ -86,8 +87,8 @@ public:
 private:
     using Api = Pcre2Api<Unit>;
 
-    const Unit* Data() const { return usesExternal_ ? external_.data() : input_.data(); }
-    std::size_t Size() const { return usesExternal_ ? visible_ : input_.size(); }
+    const Unit* Data() const { return input_.data(); }
+    std::size_t Size() const { return input_.size(); }
 
     Common::Error Run(bool last, Text& out) {
         static const Unit empty{};
@@ -154,11 +155,10 @@ private:
         emitted_ = std::max(emitted_, upTo);
     }
 
-    // Drops from the input what is handed on, but for the one unit of context before the rest. The
-    // caller's text is read in place and never changes.
+    // Drops from the input what is handed on, but for the one unit of context before the rest.
     void Compact() {
         const std::size_t keep = std::min(emitted_, start_);
-        if (usesExternal_ || keep <= 1) return;
+        if (keep <= 1) return;
         const std::size_t drop = keep - 1;
         input_.erase(input_.begin(), input_.begin() + static_cast<std::ptrdiff_t>(drop));
         emitted_ -= drop;
@@ -171,9 +171,6 @@ private:
     typename Pcre2Api<Unit>::MatchContext* context_;
     typename Pcre2Handles<Unit>::MatchData data_;
     Text input_;
-    std::span<const Unit> external_;
-    std::size_t visible_ = 0;
-    bool usesExternal_ = false;
     std::size_t emitted_ = 0;      // the input before this is handed on
     std::size_t start_ = 0;        // where the next search begins
     std::size_t previousEnd_ = 0;  // end of the previous match
@@ -222,40 +219,83 @@ RuleEngine<Unit>::RuleEngine(std::span<const RuleText> rules, std::size_t pieceU
 template <typename Unit>
 RuleEngine<Unit>::~RuleEngine() = default;
 
+// What one text needs while it passes the rules: a match context, a JIT stack and a stage per rule.
 template <typename Unit>
-Common::Error RuleEngine<Unit>::Apply(std::span<const Unit> text, Text& result) const {
+struct RuleEngine<Unit>::Stream::State {
+    typename Pcre2Handles<Unit>::MatchContext context;
+    typename Pcre2Handles<Unit>::JitStack stack;
+    std::vector<std::unique_ptr<Stage>> stages;
+    std::size_t pieceUnits = 0;
+    std::size_t holdLimit = 0;
+};
+
+template <typename Unit>
+RuleEngine<Unit>::Stream::Stream(std::unique_ptr<State> state) : state_(std::move(state)) {}
+
+template <typename Unit>
+RuleEngine<Unit>::Stream::~Stream() = default;
+
+template <typename Unit>
+Common::Error RuleEngine<Unit>::Start(std::unique_ptr<Stream>& stream, std::size_t holdLimit) const {
     using Api = Pcre2Api<Unit>;
-    typename Pcre2Handles<Unit>::MatchContext context(Api::matchContextCreate(nullptr));
-    typename Pcre2Handles<Unit>::JitStack stack(Api::jitStackCreate(kJitStackStart, kJitStackMax, nullptr));
-    if (!context || !stack) return EngineError<Unit>(PCRE2_ERROR_NOMEMORY, 0);
-    Api::jitStackAssign(context.get(), nullptr, stack.get());
+    auto state = std::make_unique<typename Stream::State>();
+    state->pieceUnits = pieceUnits_;
+    state->holdLimit = holdLimit;
+    state->context.reset(Api::matchContextCreate(nullptr));
+    state->stack.reset(Api::jitStackCreate(kJitStackStart, kJitStackMax, nullptr));
+    if (!state->context || !state->stack) return EngineError<Unit>(PCRE2_ERROR_NOMEMORY, 0);
+    Api::jitStackAssign(state->context.get(), nullptr, state->stack.get());
     // The rules take time linear in the text, so the count of backtracking steps is no measure of a
     // runaway match here; a limit would only refuse large texts.
-    Api::setMatchLimit(context.get(), std::numeric_limits<std::uint32_t>::max());
-
-    std::vector<std::unique_ptr<Stage>> stages;
+    Api::setMatchLimit(state->context.get(), std::numeric_limits<std::uint32_t>::max());
     for (const std::unique_ptr<Rule>& rule : rules_) {
-        stages.push_back(std::make_unique<Stage>(*rule, context.get()));
-        if (!stages.back()->Ready()) return EngineError<Unit>(PCRE2_ERROR_NOMEMORY, rule->index);
+        state->stages.push_back(std::make_unique<Stage>(*rule, state->context.get()));
+        if (!state->stages.back()->Ready()) return EngineError<Unit>(PCRE2_ERROR_NOMEMORY, rule->index);
     }
-    result.clear();
-    result.reserve(text.size());
+    stream.reset(new Stream(std::move(state)));
+    return {};
+}
+
+template <typename Unit>
+Common::Error RuleEngine<Unit>::Stream::Push(std::span<const Unit> piece, bool last, Text& result) {
+    std::vector<std::unique_ptr<Stage>>& stages = state_->stages;
     if (stages.empty()) {
-        result.assign(text.begin(), text.end());
+        result.insert(result.end(), piece.begin(), piece.end());
         return {};
     }
-    std::size_t visible = 0;
-    bool last = false;
-    while (!last) {
-        visible += std::min(pieceUnits_, text.size() - visible);
-        last = visible == text.size();
-        stages.front()->Reveal(text, visible);
+    // The piece enters in slices, so that every rule works on text still in the processor's caches.
+    std::size_t taken = 0;
+    do {
+        const std::size_t slice = std::min(state_->pieceUnits, piece.size() - taken);
+        Text& input = stages.front()->Input();
+        input.insert(input.end(), piece.begin() + static_cast<std::ptrdiff_t>(taken),
+                     piece.begin() + static_cast<std::ptrdiff_t>(taken + slice));
+        taken += slice;
+        const bool end = last && taken == piece.size();
         for (std::size_t i = 0; i < stages.size(); ++i) {
             Text& out = i + 1 < stages.size() ? stages[i + 1]->Input() : result;
-            if (Common::Error error = stages[i]->Step(last, out); error.Failed()) return error;
+            if (Common::Error error = stages[i]->Step(end, out); error.Failed()) return error;
+            if (stages[i]->Held() > state_->holdLimit) {
+                return Common::Error::Make(Common::Codes::kUnexpected,
+                                           L"The text could not be filtered: a line that a rule may still match is "
+                                           L"longer than " + std::to_wstring(state_->holdLimit >> 20) + L" MiB.")
+                    .WithField({"rule", Common::ErrorField::Kind::Decimal, {}, i + 1});
+            }
         }
+    } while (taken < piece.size());
+    if (last) {
+        for (const std::unique_ptr<Stage>& stage : stages) stage->Reset();
     }
     return {};
+}
+
+template <typename Unit>
+Common::Error RuleEngine<Unit>::Apply(std::span<const Unit> text, Text& result) const {
+    std::unique_ptr<Stream> stream;
+    if (Common::Error error = Start(stream, std::numeric_limits<std::size_t>::max()); error.Failed()) return error;
+    result.clear();
+    result.reserve(text.size());
+    return stream->Push(text, true, result);
 }
 
 template class RuleEngine<char>;

@@ -51,6 +51,31 @@ public:
     // holds nothing usable. Safe to call from several threads at once.
     Common::Error Apply(std::span<const Unit> text, Text& result) const;
 
+    // The rules over a text that arrives in pieces, for one text at a time on one thread at a time.
+    class Stream {
+    public:
+        ~Stream();
+        Stream(const Stream&) = delete;
+        Stream& operator=(const Stream&) = delete;
+        // Takes the next piece of the text and appends to `result` what no later piece can change; `last`
+        // ends the text, and then everything is appended and the stream is ready for a new text. Fails as
+        // Apply does, and when a rule would have to hold back more than the stream's hold limit (a line that
+        // a rule may still match grows longer than that): the text is then not filtered, and what was
+        // appended must not be used.
+        Common::Error Push(std::span<const Unit> piece, bool last, Text& result);
+
+    private:
+        friend class RuleEngine;
+        struct State;
+        explicit Stream(std::unique_ptr<State> state);
+        std::unique_ptr<State> state_;
+    };
+
+    static constexpr std::size_t kHoldLimit = 8u << 20;
+
+    // A stream over these rules; fails only when memory runs out.
+    Common::Error Start(std::unique_ptr<Stream>& stream, std::size_t holdLimit = kHoldLimit) const;
+
     // Whether the patterns run as machine code (false where the platform forbids executable memory).
     bool UsesJit() const { return usesJit_; }
 

@@ -19,6 +19,9 @@ public:
     ~TextDataFilter() override;
     // Any bytes are text: NUL, bytes above 0x7F and invalid UTF-8 are matched as they are.
     Common::Error Filter(const std::string& text, std::string& filtered) const override;
+    // Holds back only what a rule may still match; a line that a rule may still match and that grows past
+    // RuleEngine::kHoldLimit fails the stream.
+    std::unique_ptr<Stream> StartStream() const override;
     // Whether the rules run as machine code; without it the filter is exact but many times slower.
     bool UsesJit() const { return engine_->UsesJit(); }
 

@@ -5,7 +5,10 @@
 #include <zlib.h>
 
 #include <cstdlib>
+#include <algorithm>
+#include <cctype>
 #include <functional>
+#include <latch>
 #include <map>
 #include <random>
 #include <sstream>
@@ -187,10 +190,9 @@ TEST_F(ZipReaderTest, FilesFromDiskAreStreamedAndFailedOnesLeaveNoTrace) {
     WriteFile(mixedPath, mixed);
     WriteFile(noisePath, noise);
     Run("mkfifo " + Quote(pipe));
-    // Incompressible bytes from a pipe: more than the writer buffers reach the file before the entry turns out
-    // to need storing, which means reading it again, which a pipe cannot do. Being last, the dropped entry
-    // reaches past the end of the final archive.
-    std::thread feeder([&] { WriteFile(pipe, RandomBytes(1 << 20, 5)); });
+    // Incompressible bytes from a pipe, in one block: stored from memory, as a pipe cannot be read twice.
+    const std::string piped = RandomBytes(1 << 20, 5);
+    std::thread feeder([&] { WriteFile(pipe, piped); });
     WriteArchive(target_, [&](ZipWriter& writer) {
         EXPECT_FALSE(writer.AddFileFromDisk("mixed.log", mixedPath, kJune2021).Failed());
         Common::Error missing = writer.AddFileFromDisk("missing.log", folder_ / "missing.log", kJune2021);
@@ -199,16 +201,18 @@ TEST_F(ZipReaderTest, FilesFromDiskAreStreamedAndFailedOnesLeaveNoTrace) {
         EXPECT_TRUE(Zip::IsSourceFailure(missing)) << "a missing source must not read as a broken archive";
         EXPECT_EQ(writer.AddFileFromDisk("folder.log", folder_, kJune2021).Code(), 0x40007u);
         EXPECT_FALSE(writer.AddFileFromDisk("noise.dmp", noisePath, kJune2021).Failed());
-        EXPECT_EQ(writer.AddFileFromDisk("pipe.bin", pipe, kJune2021).Code(), 0x40007u);
+        EXPECT_FALSE(writer.AddFileFromDisk("pipe.bin", pipe, kJune2021).Failed());
     });
     feeder.join();
     auto entries = ReadBack();
-    EXPECT_EQ(entries.size(), 2u);
+    EXPECT_EQ(entries.size(), 3u);
     ExpectFile(entries, "mixed.log", mixed, 8);
-    ExpectFile(entries, "noise.dmp", noise, 0);
+    // Larger than a block: the blocks that deflate cannot shrink are stored inside the deflate stream.
+    ExpectFile(entries, "noise.dmp", noise, 8);
+    ExpectFile(entries, "pipe.bin", piped, 0);
     std::string archive = ReadFile(target_);
-    EXPECT_LT(archive.size(), mixed.size() / 2 + noise.size());
-    for (const char* name : {"missing.log", "folder.log", "pipe.bin"}) {
+    EXPECT_LT(archive.size(), mixed.size() / 2 + noise.size() + piped.size());
+    for (const char* name : {"missing.log", "folder.log"}) {
         EXPECT_EQ(archive.find(name), std::string::npos) << name;
     }
 }
@@ -303,3 +307,163 @@ TEST_F(ZipWriterTest, CommitReplacesTheTargetAndClosesTheWriter) {
 }
 
 }  // namespace
+
+namespace {
+
+// Small blocks and a small budget, so that entries of some hundred kilobytes take the paths of large ones.
+constexpr Zip::Tuning kSmallBlocks{64 * 1024, 256 * 1024, 2};
+
+// Bytes on demand, for the failures of a file while it is packed. A read from `gateAt` on waits for
+// `gate`, so that a test decides what the workers have done before the entry goes on.
+class FakeSource final : public Zip::EntrySource {
+public:
+    FakeSource(std::string data, std::uint64_t hint, std::size_t failAt = std::string::npos,
+               std::latch* gate = nullptr, std::size_t gateAt = 0)
+        : data_(std::move(data)), hint_(hint), failAt_(failAt), gate_(gate), gateAt_(gateAt) {}
+    std::uint64_t SizeHint() const override { return hint_; }
+    Common::Error Read(std::span<char> buffer, std::size_t& got) override {
+        if (gate_ && position_ >= gateAt_) gate_->wait();
+        if (position_ >= failAt_) return Common::Error::AddErrno(EIO);
+        got = data_.copy(buffer.data(), std::min(buffer.size(), failAt_ - position_), position_);
+        position_ += got;
+        return {};
+    }
+    Common::Error Rewind() override {
+        position_ = 0;
+        return {};
+    }
+
+private:
+    std::string data_;
+    std::uint64_t hint_;
+    std::size_t failAt_;
+    std::latch* gate_;
+    std::size_t gateAt_;
+    std::size_t position_ = 0;
+};
+
+// Upper-cases the text piece by piece, or throws where a worker would run out of memory.
+class UpperCase final : public Zip::TransformStream {
+public:
+    explicit UpperCase(bool throws, std::latch* failed = nullptr) : throws_(throws), failed_(failed) {}
+    Common::Error Push(std::string_view bytes, bool, std::string& stored) override {
+        if (throws_) {
+            if (failed_) failed_->count_down();
+            throw std::bad_alloc();
+        }
+        for (char c : bytes) stored += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        return {};
+    }
+
+private:
+    bool throws_;
+    std::latch* failed_;
+};
+
+std::string Upper(std::string text) {
+    for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return text;
+}
+
+Zip::Transform Uppercasing(bool throws = false, std::latch* failed = nullptr) {
+    return Zip::Transform::Stream([=] { return std::make_unique<UpperCase>(throws, failed); });
+}
+
+}  // namespace
+
+// Entries of many blocks: each block deflated on its own, primed with the one before, joined into one
+// stream; incompressible blocks stored inside it; transforms fed in pieces or given the whole text.
+TEST_F(ZipReaderTest, EntriesOfManyBlocksReadBackExactly) {
+    const std::string text = TextLines(20000), noise = RandomBytes(300000, 7);
+    const std::string mixed = TextLines(3000) + RandomBytes(100000, 8) + TextLines(3000);
+    std::unique_ptr<ZipWriter> writer;
+    ASSERT_FALSE(Zip::TestAccess::Create(target_, {}, kSmallBlocks, writer).Failed());
+    auto add = [&](const char* name, const std::string& data, const Zip::Transform& transform = {}) {
+        EXPECT_FALSE(writer->AddFromSource(name, std::make_unique<FakeSource>(data, data.size()), kJune2021, transform)
+                         .Failed())
+            << name;
+    };
+    add("text.log", text);
+    add("noise.bin", noise);
+    add("mixed.log", mixed);
+    add("streamed.log", text, Uppercasing());
+    add("whole.log", mixed, [](const std::string& in, std::string& out) {
+        out = Upper(in);
+        return Common::Error();
+    });
+    ASSERT_FALSE(writer->Commit().Failed());
+    auto entries = ReadBack();
+    EXPECT_EQ(entries.size(), 5u);
+    ExpectFile(entries, "text.log", text, 8);
+    ExpectFile(entries, "noise.bin", noise, 8);
+    ExpectFile(entries, "mixed.log", mixed, 8);
+    ExpectFile(entries, "streamed.log", Upper(text), 8);
+    ExpectFile(entries, "whole.log", Upper(mixed), 8);
+    EXPECT_LT(ReadFile(target_).size(), noise.size() + 2 * 100000 + text.size() / 4) << "text blocks are compressed";
+}
+
+// A source that fails, or gives more or less than it promised, and a transform that throws on a worker:
+// the failing entry is dropped whole, the ones around it stay, and the archive reads back.
+TEST_F(ZipReaderTest, FailingEntriesAreDroppedWhole) {
+    const std::string text = TextLines(8000);
+    std::unique_ptr<ZipWriter> writer;
+    ASSERT_FALSE(Zip::TestAccess::Create(target_, {}, kSmallBlocks, writer).Failed());
+    // The transform fails on the entry's first block while the reading of its third waits (the first is
+    // handed to the workers once the second shows that it is not the last).
+    std::latch failed(1);
+    ASSERT_FALSE(writer->AddFromSource("before.log", std::make_unique<FakeSource>(text, text.size()), kJune2021)
+                     .Failed());
+    Common::Error readError = writer->AddFromSource(
+        "unreadable.log", std::make_unique<FakeSource>(text, text.size(), 200000), kJune2021);
+    EXPECT_TRUE(Zip::IsSourceFailure(readError)) << "a read error in the middle of a block";
+    EXPECT_FALSE(writer->AddFromSource("thrown.log", std::make_unique<FakeSource>(text, text.size(), std::string::npos, &failed,
+                                                                                2 * kSmallBlocks.blockSize),
+                                       kJune2021, Uppercasing(true, &failed))
+                     .Failed())
+        << "the worker's failure is the writer's to log";
+    EXPECT_FALSE(writer->AddFromSource("grown.log", std::make_unique<FakeSource>(text, 10), kJune2021).Failed());
+    EXPECT_FALSE(writer->AddFromSource("shrunk.log", std::make_unique<FakeSource>(text, 10 * text.size()), kJune2021)
+                     .Failed());
+    ASSERT_FALSE(writer->Commit().Failed());
+    auto entries = ReadBack();
+    EXPECT_EQ(entries.size(), 3u);
+    for (const char* name : {"before.log", "grown.log", "shrunk.log"}) ExpectFile(entries, name, text, 8);
+    const std::string archive = ReadFile(target_);
+    for (const char* name : {"unreadable.log", "thrown.log"}) {
+        EXPECT_EQ(archive.find(name), std::string::npos) << name << " leaves no trace";
+    }
+}
+
+// Abort from another thread while an entry waits for memory: the call returns, nothing is left behind.
+TEST_F(ZipWriterTest, AbortStopsTheWriterAndKeepsTheTarget) {
+    WriteFile(target_, "previous report");
+    std::unique_ptr<ZipWriter> writer;
+    ASSERT_FALSE(Zip::TestAccess::Create(target_, {}, kSmallBlocks, writer).Failed());
+    std::latch reading(1);
+    std::thread stopper([&] {
+        reading.wait();
+        writer->Abort();
+    });
+    class Endless final : public Zip::EntrySource {
+    public:
+        explicit Endless(std::latch& reading) : reading_(reading) {}
+        std::uint64_t SizeHint() const override { return 0; }
+        Common::Error Read(std::span<char> buffer, std::size_t& got) override {
+            if (++reads_ == 2) reading_.count_down();
+            std::fill(buffer.begin(), buffer.end(), 'x');
+            got = buffer.size();
+            return {};
+        }
+        Common::Error Rewind() override { return {}; }
+
+    private:
+        std::latch& reading_;
+        int reads_ = 0;
+    };
+    EXPECT_EQ(writer->AddFromSource("endless.log", std::make_unique<Endless>(reading), kJune2021).Code(), 0x40007u);
+    stopper.join();
+    EXPECT_EQ(writer->Commit().Code(), 0x40007u);
+    writer.reset();
+    EXPECT_EQ(ReadFile(target_), "previous report");
+    EXPECT_EQ(FolderContents(), std::vector<fs::path>{target_});
+}

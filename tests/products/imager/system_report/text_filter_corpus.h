@@ -93,8 +93,9 @@ inline std::vector<std::uint16_t> WideText(std::mt19937& random, std::size_t siz
     return std::vector<std::uint16_t>(text.begin(), text.end());
 }
 
-// A product log of about `size` bytes: CR LF lines of about a hundred bytes, one in twenty with a secret.
-inline std::string Log(std::size_t size, std::uint32_t variant = 1) {
+// A product log of about `size` bytes: CR LF lines of about a hundred bytes, one in `secretEvery` (on
+// average) with a secret.
+inline std::string Log(std::size_t size, std::uint32_t variant = 1, std::uint32_t secretEvery = 20) {
     static const char* const messages[] = {
         "Backup task 'Daily documents' started, 1834 files queued",
         "Volume \\\\?\\Volume{6f1c2a7e-0000-0000-0000-100000000000}\\ snapshot created in 412 ms",
@@ -122,7 +123,7 @@ inline std::string Log(std::size_t size, std::uint32_t variant = 1) {
                       second % 60, static_cast<unsigned>(random() % 1000), random() % 10 ? "info" : "warning");
         ++second;
         log += stamp;
-        log += random() % 20 == 0 ? secrets[random() % std::size(secrets)] : messages[random() % std::size(messages)];
+        log += random() % secretEvery == 0 ? secrets[random() % std::size(secrets)] : messages[random() % std::size(messages)];
         log += "\r\n";
     }
     return log;
