@@ -6,6 +6,7 @@
 #include "core/common/product.h"
 #include "core/common/strings.h"
 #include "products/imager/system_report/online_backup_details.h"
+#include "products/imager/system_report/text_encoding.h"
 
 namespace fs = std::filesystem;
 
@@ -21,10 +22,41 @@ void DescribeOnlineBackup(const fs::path& makerFolder) {
     }
 }
 
+// The machine-wide folder holds 8-bit and UTF-16 text alike; the 8-bit rules match only 8-bit text, so
+// each file goes through the filter for its encoding. UTF-16BE is turned into UTF-16LE for the filter and
+// back, unit by unit, so nothing but what the rules replace changes.
+class TextByEncodingFilter final : public CopyFileFilter {
+public:
+    TextByEncodingFilter(std::shared_ptr<CopyFileFilter> eightBit, std::shared_ptr<CopyFileFilter> sixteenBit)
+        : eightBit_(std::move(eightBit)), sixteenBit_(std::move(sixteenBit)) {}
+
+    Common::Error Filter(const std::string& text, std::string& filtered) const override {
+        switch (DetectTextEncoding(text)) {
+            case TextEncoding::EightBit:
+                return eightBit_->Filter(text, filtered);
+            case TextEncoding::Utf16Le:
+                return sixteenBit_->Filter(text, filtered);
+            case TextEncoding::Utf16Be:
+                break;
+        }
+        std::string littleEndian = text;
+        SwapUtf16ByteOrder(littleEndian);
+        Common::Error error = sixteenBit_->Filter(littleEndian, filtered);
+        SwapUtf16ByteOrder(filtered);
+        return error;
+    }
+
+private:
+    std::shared_ptr<CopyFileFilter> eightBit_;
+    std::shared_ptr<CopyFileFilter> sixteenBit_;
+};
+
 }  // namespace
 
 ReportProductData::ReportProductData(const ReportContext& context)
-    : folders_(context.folders), textFilter_(context.textFilter) {}
+    : folders_(context.folders),
+      textFilter_(context.wideTextFilter ? std::make_shared<TextByEncodingFilter>(context.textFilter, context.wideTextFilter)
+                                         : context.textFilter) {}
 
 Common::Error ReportProductData::Create(const fs::path&, FileEntries& entries) {
     const std::wstring maker = Common::Localized(Common::Product::kMakerName);
