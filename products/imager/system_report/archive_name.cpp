@@ -5,6 +5,8 @@
 #include <array>
 #include <cstdint>
 
+#include "core/common/strings.h"
+
 namespace SystemReport {
 namespace {
 
@@ -54,35 +56,23 @@ void AppendEscaped(std::string& out, unsigned char c) {
 // as its 3-byte form (which is not valid UTF-8 and so gets escaped).
 std::string NameBytes(const std::string& name) { return name; }
 [[maybe_unused]] std::string NameBytes(const std::wstring& name) {
+    const auto isHigh = [](std::uint32_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; };
+    const auto isLow = [](std::uint32_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; };
     std::string out;
-    const auto put = [&](std::uint32_t c) {
-        if (c < 0x80) {
-            out += static_cast<char>(c);
-        } else if (c < 0x800) {
-            out += static_cast<char>(0xC0 | c >> 6);
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        } else if (c < 0x10000) {
-            out += static_cast<char>(0xE0 | c >> 12);
-            out += static_cast<char>(0x80 | (c >> 6 & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        } else {
-            out += static_cast<char>(0xF0 | c >> 18);
-            out += static_cast<char>(0x80 | (c >> 12 & 0x3F));
-            out += static_cast<char>(0x80 | (c >> 6 & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        }
-    };
+    std::size_t run = 0;  // first unit not yet converted
     for (std::size_t i = 0; i < name.size(); ++i) {
         const auto unit = static_cast<std::uint32_t>(name[i]);
-        const auto next = i + 1 < name.size() ? static_cast<std::uint32_t>(name[i + 1]) : 0u;
-        if (unit >= 0xD800 && unit <= 0xDBFF && next >= 0xDC00 && next <= 0xDFFF) {
-            put(0x10000 + ((unit - 0xD800) << 10) + (next - 0xDC00));
+        if (isHigh(unit) && i + 1 < name.size() && isLow(static_cast<std::uint32_t>(name[i + 1]))) {
             ++i;
-        } else {
-            put(unit);
+        } else if (isHigh(unit) || isLow(unit)) {
+            out += Common::WideToUtf8(std::wstring_view(name).substr(run, i - run));
+            out += static_cast<char>(0xE0 | unit >> 12);
+            out += static_cast<char>(0x80 | (unit >> 6 & 0x3F));
+            out += static_cast<char>(0x80 | (unit & 0x3F));
+            run = i + 1;
         }
     }
-    return out;
+    return out + Common::WideToUtf8(std::wstring_view(name).substr(run));
 }
 
 bool IsDeviceName(std::string_view stem) {

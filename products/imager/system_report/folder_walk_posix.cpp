@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <limits>
 
 namespace SystemReport {
 namespace {
@@ -84,24 +83,6 @@ Common::Error OpenFile::Rewind() {
     return SystemFailure(errno, L"Error occurred while reading the file.");
 }
 
-Common::Error OpenFile::ReadAll(std::string& content) {
-    if (size_ >= content.max_size()) return SystemFailure(EFBIG, L"Error occurred while reading the file.");
-    // One byte more than the size, so that a file that grew is seen to grow without a read past the end.
-    content.resize(static_cast<std::size_t>(size_) + 1);
-    std::size_t used = 0;
-    for (;;) {
-        if (used == content.size()) content.resize(content.size() + content.size() / 2 + 1);
-        std::size_t got = 0;
-        if (Common::Error error = Read(std::span<char>(content.data() + used, content.size() - used), got); error.Failed()) {
-            return error;
-        }
-        if (got == 0) break;
-        used += got;
-    }
-    content.resize(used);
-    return {};
-}
-
 Common::Error OpenFile::WriteAll(std::string_view data) {
     while (!data.empty()) {
         const ssize_t count = ::write(handle_.Get(), data.data(), data.size());
@@ -149,6 +130,15 @@ Common::Error OpenFolder::List(std::vector<NativeName>& names) {
 }
 
 OpenedEntry OpenFolder::Open(const NativeName& name) {
+    // Opening a device can act on it (a tape rewinds): only what looks like a file or folder is opened, and
+    // what was opened is what counts. Only root can put a device in the way after this look.
+    struct stat status;
+    if (fstatat(handle_.Get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 && !S_ISREG(status.st_mode) &&
+        !S_ISDIR(status.st_mode)) {
+        OpenedEntry entry;
+        entry.kind = S_ISLNK(status.st_mode) ? EntryKind::Link : EntryKind::Other;
+        return entry;
+    }
     return Opened(openat(handle_.Get(), name.c_str(), kOpenFlags), path_ / name);
 }
 

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cwctype>
-#include <limits>
 #include <vector>
 
 namespace SystemReport {
@@ -112,24 +111,6 @@ Common::Error OpenFile::Rewind() {
     LARGE_INTEGER start{};
     if (SetFilePointerEx(handle_.Get(), start, nullptr, FILE_BEGIN)) return {};
     return SystemFailure(GetLastError(), L"Error occurred while reading the file.");
-}
-
-Common::Error OpenFile::ReadAll(std::string& content) {
-    if (size_ >= content.max_size()) return SystemFailure(ERROR_NOT_ENOUGH_MEMORY, L"Error occurred while reading the file.");
-    // One byte more than the size, so that a file that grew is seen to grow without a read past the end.
-    content.resize(static_cast<std::size_t>(size_) + 1);
-    std::size_t used = 0;
-    for (;;) {
-        if (used == content.size()) content.resize(content.size() + content.size() / 2 + 1);
-        std::size_t got = 0;
-        if (Common::Error error = Read(std::span<char>(content.data() + used, content.size() - used), got); error.Failed()) {
-            return error;
-        }
-        if (got == 0) break;
-        used += got;
-    }
-    content.resize(used);
-    return {};
 }
 
 Common::Error OpenFile::WriteAll(std::string_view data) {
