@@ -86,11 +86,11 @@ Common::Error EntryWriter::StoreFile(const fs::path& source, const std::string& 
 
 Common::Error EntryWriter::StoreFolder(const fs::path& folder, const std::string& prefix, bool recursive,
                                        const CopyFileFilter* filter) {
-    const std::string shown = Common::PathToUtf8(folder);
+    const std::string shown = Common::PathToUtf8(folder.has_filename() ? folder : folder.parent_path());
     OpenedEntry root = OpenFolder::OpenRoot(folder);
     switch (root.kind) {
         case EntryKind::Folder:
-            return StoreTree(*root.folder, prefix, recursive, filter);
+            return StoreTree(*root.folder, shown, prefix, recursive, filter);
         case EntryKind::Link:
             // A product folder that is itself a link or junction would bring whatever it points to.
             Common::Log::Warning("Report folder '" + shown + "' is a link and is not followed; '" + prefix +
@@ -109,27 +109,27 @@ Common::Error EntryWriter::StoreFolder(const fs::path& folder, const std::string
     }
 }
 
-Common::Error EntryWriter::StoreTree(OpenFolder& folder, const std::string& prefix, bool recursive,
-                                     const CopyFileFilter* filter) {
+Common::Error EntryWriter::StoreTree(OpenFolder& folder, const std::string& shown, const std::string& prefix,
+                                     bool recursive, const CopyFileFilter* filter) {
     std::vector<NativeName> children;
     if (Common::Error error = folder.List(children); error.Failed()) {
         Common::Log::WriteError(Common::Log::kWarning,
-                                "Report folder '" + Common::PathToUtf8(folder.Path()) + "' cannot be listed completely: ", error);
+                                "Report folder '" + shown + "' cannot be listed completely: ", error);
     }
     std::sort(children.begin(), children.end());
     for (const NativeName& child : children) {
         Common::Error error = Contained("An entry of '" + prefix + "'",
-                                        [&] { return StoreChild(folder, child, prefix, recursive, filter); });
+                                        [&] { return StoreChild(folder, shown, child, prefix, recursive, filter); });
         if (error.Failed()) return error;
     }
     return {};
 }
 
-Common::Error EntryWriter::StoreChild(OpenFolder& folder, const NativeName& name, const std::string& prefix,
-                                      bool recursive, const CopyFileFilter* filter) {
+Common::Error EntryWriter::StoreChild(OpenFolder& folder, const std::string& shownFolder, const NativeName& name,
+                                      const std::string& prefix, bool recursive, const CopyFileFilter* filter) {
     bool renamed = false;
     const std::string storedName = StoredFileName(name, renamed);
-    const std::string shown = Common::PathToUtf8(folder.Path()) + "/" + storedName;
+    const std::string shown = shownFolder + "/" + storedName;
     if (EndsWith(name, kReportCopySuffix)) {
         switch (folder.CheckReportCopy(name)) {
             case ReportCopyState::InUse:
@@ -167,7 +167,7 @@ Common::Error EntryWriter::StoreChild(OpenFolder& folder, const NativeName& name
     }
     if (isFolder) {
         if (auto error = zip_.AddFolder(stored, entry.folder->Modified()); error.Failed()) return WriteFailure(error);
-        return StoreTree(*entry.folder, stored, true, filter);
+        return StoreTree(*entry.folder, shown, stored, true, filter);
     }
     if (IsSettingsFile(fs::path(name))) return StoreSettings(folder, name, *entry.file, stored, filter);
     const std::time_t modified = entry.file->Modified();

@@ -44,9 +44,11 @@ public:
     }
 
 private:
-    Common::Error StoreTree(OpenFolder& folder, const std::string& prefix, bool recursive, const CopyFileFilter* filter);
-    Common::Error StoreChild(OpenFolder& folder, const std::filesystem::path::string_type& name, const std::string& prefix,
-                             bool recursive, const CopyFileFilter* filter);
+    // `shown` names the folder in log lines: its path with the children's names as they are stored.
+    Common::Error StoreTree(OpenFolder& folder, const std::string& shown, const std::string& prefix, bool recursive,
+                            const CopyFileFilter* filter);
+    Common::Error StoreChild(OpenFolder& folder, const std::string& shownFolder, const std::filesystem::path::string_type& name,
+                             const std::string& prefix, bool recursive, const CopyFileFilter* filter);
     Common::Error StoreSettings(OpenFolder& folder, const std::filesystem::path::string_type& name, OpenFile& file,
                                 const std::string& stored, const CopyFileFilter* filter);
     Common::Error Add(const std::string& stored, std::unique_ptr<Zip::EntrySource> source, std::time_t modified,

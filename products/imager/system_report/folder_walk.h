@@ -66,7 +66,7 @@ enum class ReportCopyState {
 
 class OpenFolder {
 public:
-    OpenFolder(WalkHandle handle, std::filesystem::path path, std::time_t modified);
+    OpenFolder(WalkHandle handle, std::time_t modified);
 
     // The folder at `path`, not followed when it is itself a link.
     static OpenedEntry OpenRoot(const std::filesystem::path& path);
@@ -87,12 +87,9 @@ public:
     ReportCopyState CheckReportCopy(const NativeName& name);
 
     std::time_t Modified() const { return modified_; }
-    // For log lines only: entries are opened through the folder's handle.
-    const std::filesystem::path& Path() const { return path_; }
 
 private:
     WalkHandle handle_;
-    std::filesystem::path path_;
     std::time_t modified_;
 };
 

@@ -28,7 +28,7 @@ struct DirCloser {
 };
 
 // A regular file or a folder, opened; anything else reported by its kind.
-OpenedEntry Opened(int descriptor, const std::filesystem::path& path) {
+OpenedEntry Opened(int descriptor) {
     OpenedEntry entry;
     if (descriptor < 0) {
         const int code = errno;
@@ -53,7 +53,7 @@ OpenedEntry Opened(int descriptor, const std::filesystem::path& path) {
         entry.file = std::make_unique<OpenFile>(std::move(handle), static_cast<std::uint64_t>(status.st_size), status.st_mtime);
     } else if (S_ISDIR(status.st_mode)) {
         entry.kind = EntryKind::Folder;
-        entry.folder = std::make_unique<OpenFolder>(std::move(handle), path, status.st_mtime);
+        entry.folder = std::make_unique<OpenFolder>(std::move(handle), status.st_mtime);
     } else {
         entry.kind = EntryKind::Other;
     }
@@ -93,13 +93,13 @@ Common::Error OpenFile::WriteAll(std::string_view data) {
     return Rewind();
 }
 
-OpenFolder::OpenFolder(WalkHandle handle, std::filesystem::path path, std::time_t modified)
-    : handle_(std::move(handle)), path_(std::move(path)), modified_(modified) {}
+OpenFolder::OpenFolder(WalkHandle handle, std::time_t modified)
+    : handle_(std::move(handle)), modified_(modified) {}
 
 OpenedEntry OpenFolder::OpenRoot(const std::filesystem::path& path) {
     // A trailing separator would make open() follow a link at the last name.
     const std::filesystem::path entry = path.has_filename() ? path : path.parent_path();
-    OpenedEntry opened = Opened(::open(entry.c_str(), kOpenFlags | O_DIRECTORY), path);
+    OpenedEntry opened = Opened(::open(entry.c_str(), kOpenFlags | O_DIRECTORY));
     if (opened.kind == EntryKind::Failed && opened.error.Cause().Code() == ENOTDIR) {
         // O_DIRECTORY fails on a link before O_NOFOLLOW does on some systems.
         struct stat status;
@@ -139,7 +139,7 @@ OpenedEntry OpenFolder::Open(const NativeName& name) {
         entry.kind = S_ISLNK(status.st_mode) ? EntryKind::Link : EntryKind::Other;
         return entry;
     }
-    return Opened(openat(handle_.Get(), name.c_str(), kOpenFlags), path_ / name);
+    return Opened(openat(handle_.Get(), name.c_str(), kOpenFlags));
 }
 
 Common::Error OpenFolder::CreateReportCopy(const NativeName& name, std::unique_ptr<OpenFile>& copy) {

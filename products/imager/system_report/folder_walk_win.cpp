@@ -81,7 +81,7 @@ OpenedEntry Opened(const std::wstring& path, DWORD access, DWORD share, DWORD di
         entry.kind = EntryKind::Link;
     } else if (standard.Directory) {
         entry.kind = EntryKind::Folder;
-        entry.folder = std::make_unique<OpenFolder>(std::move(handle), std::filesystem::path(path), ToTime(basic.LastWriteTime));
+        entry.folder = std::make_unique<OpenFolder>(std::move(handle), ToTime(basic.LastWriteTime));
     } else if (GetFileType(handle.Get()) == FILE_TYPE_DISK) {
         entry.kind = EntryKind::File;
         entry.file = std::make_unique<OpenFile>(std::move(handle), static_cast<std::uint64_t>(standard.EndOfFile.QuadPart),
@@ -125,8 +125,8 @@ Common::Error OpenFile::WriteAll(std::string_view data) {
     return Rewind();
 }
 
-OpenFolder::OpenFolder(WalkHandle handle, std::filesystem::path path, std::time_t modified)
-    : handle_(std::move(handle)), path_(std::move(path)), modified_(modified) {}
+OpenFolder::OpenFolder(WalkHandle handle, std::time_t modified)
+    : handle_(std::move(handle)), modified_(modified) {}
 
 OpenedEntry OpenFolder::OpenRoot(const std::filesystem::path& path) {
     const std::filesystem::path entry = path.has_filename() ? path : path.parent_path();
@@ -162,7 +162,6 @@ OpenedEntry OpenFolder::Open(const NativeName& name) {
     const HANDLE handle = opened.file ? opened.file->handle_.Get() : opened.folder ? opened.folder->handle_.Get() : nullptr;
     // Anything opened elsewhere than below this very folder came through a link: it is treated as one.
     if (handle && !SamePath(FinalPath(handle), path)) return OpenedEntry{EntryKind::Link, nullptr, nullptr, {}};
-    if (opened.folder) opened.folder->path_ = path_ / name;
     return opened;
 }
 
