@@ -2,29 +2,18 @@
 #include "products/imager/system_report/report_manager.h"
 
 #include <algorithm>
-#include <chrono>
 #include <system_error>
 
 #include "core/common/log.h"
 #include "core/common/strings.h"
 #include "core/common/uuid.h"
 #include "core/file/zip/zip_writer.h"
-#include "products/imager/system_report/filtered_copy.h"
-#include "products/imager/system_report/link_check.h"
-#include "products/imager/system_report/settings_file.h"
+#include "products/imager/system_report/entry_writer.h"
 
 namespace fs = std::filesystem;
 
 namespace SystemReport {
 namespace {
-
-std::time_t ModifiedTime(const fs::path& path) {
-    std::error_code ec;
-    auto stamp = fs::last_write_time(path, ec);
-    if (ec) return std::time(nullptr);
-    auto system = std::chrono::file_clock::to_sys(stamp);
-    return std::chrono::system_clock::to_time_t(std::chrono::time_point_cast<std::chrono::system_clock::duration>(system));
-}
 
 // Archive names use '/' between folders; items may write either separator.
 std::string ArchiveName(std::wstring_view name) {
@@ -37,151 +26,6 @@ Common::Error WriteFailure(Common::Error cause) {
     return Common::Error::Make(Common::Codes::kOpenFile, L"Cannot write an item to the system report.",
                                std::move(cause));
 }
-
-// A file of the tool's own that goes however the code that made it ends.
-struct RemovedAtEnd {
-    fs::path path;
-    ~RemovedAtEnd() {
-        std::error_code ec;
-        fs::remove(path, ec);
-    }
-};
-
-// Stores files and folders. Problems with a source (missing, unreadable, unfilterable, a link) lose only
-// that file or folder and are logged; a failing archive write fails the save.
-class EntryWriter {
-public:
-    explicit EntryWriter(Zip::ZipWriter& zip) : zip_(zip) {}
-
-    Common::Error StoreFile(const fs::path& source, const std::string& name, const CopyFileFilter* filter) {
-        std::error_code ec;
-        if (!fs::is_regular_file(source, ec)) {
-            Common::Log::Warning("Report file '" + Common::PathToUtf8(source) + "' is missing; '" + name +
-                                 "' is not in the report.");
-            return {};
-        }
-        if (IsSettingsFile(source)) return StoreSettings(source, name, filter);
-        return Store(source, name, filter, ModifiedTime(source));
-    }
-
-    Common::Error StoreFolder(const fs::path& folder, const std::string& prefix, bool recursive,
-                              const CopyFileFilter* filter) {
-        // A product folder that is itself a link or junction would bring whatever it points to.
-        if (IsLink(folder)) {
-            Common::Log::Warning("Report folder '" + Common::PathToUtf8(folder) + "' is a link and is not followed; '" +
-                                 prefix + "' is not in the report.");
-            return {};
-        }
-        std::error_code ec;
-        if (!fs::is_directory(folder, ec)) {
-            Common::Log::Info("Report folder '" + Common::PathToUtf8(folder) + "' does not exist.");
-            return {};
-        }
-        std::vector<fs::directory_entry> children;
-        for (fs::directory_iterator it(folder, fs::directory_options::skip_permission_denied, ec), end;
-             !ec && it != end; it.increment(ec)) {
-            children.push_back(*it);
-        }
-        if (ec) Common::Log::Warning("Report folder '" + Common::PathToUtf8(folder) + "' cannot be listed: " + ec.message());
-        std::sort(children.begin(), children.end(),
-                  [](const fs::directory_entry& a, const fs::directory_entry& b) { return a.path() < b.path(); });
-        for (const fs::directory_entry& child : children) {
-            Common::Error error = Contained("An entry of '" + prefix + "'",
-                                            [&] { return StoreChild(child, prefix, recursive, filter); });
-            if (error.Failed()) return error;
-        }
-        return {};
-    }
-
-    // Runs the storing of one file or folder. An exception (a name that cannot be converted, a file too
-    // large for memory, a filter that throws) loses only that part, with an error line; a failing
-    // archive write is returned, as it fails the save.
-    template <typename Body>
-    static Common::Error Contained(const std::string& what, Body&& body) {
-        Common::Error result;
-        Common::Error thrown = Common::CatchErrors([&] { result = body(); });
-        if (thrown.Failed()) {
-            Common::Log::WriteError(Common::Log::kError, what + " is left out: ", thrown);
-            return {};
-        }
-        return result;
-    }
-
-private:
-    Common::Error StoreChild(const fs::directory_entry& child, const std::string& prefix, bool recursive,
-                             const CopyFileFilter* filter) {
-        const fs::path& path = child.path();
-        std::string name = prefix + Common::PathToUtf8(path.filename());
-        // A link could pull files from outside the product's folder (a user's private files) into the
-        // archive, and a link loop would never end: links are never followed.
-        if (IsLink(path)) {
-            Common::Log::Warning("Link '" + Common::PathToUtf8(path) + "' is not followed; it is not in the report.");
-            return {};
-        }
-        if (path.extension() == ".for_report") return {};
-        std::error_code ec;
-        if (child.is_directory(ec)) {
-            if (!recursive) return {};
-            if (auto error = zip_.AddFolder(name + "/", ModifiedTime(path)); error.Failed()) return WriteFailure(error);
-            return StoreFolder(path, name + "/", true, filter);
-        }
-        if (child.is_regular_file(ec)) return StoreFile(path, name, filter);
-        return {};
-    }
-
-    // A settings file is stored through a scrubbed copy beside it; where that folder cannot be written
-    // the scrubbed text is stored from memory, so the passwords never reach the archive either way.
-    Common::Error StoreSettings(const fs::path& source, const std::string& name, const CopyFileFilter* filter) {
-        std::string text;
-        if (auto error = ReadWholeFile(source, text); error.Failed()) {
-            Common::Log::WriteError(Common::Log::kError, "Settings file '" + name + "' cannot be read: ", error);
-            return {};
-        }
-        std::string scrubbed = RemoveSecretSettings(text);
-        std::time_t modified = ModifiedTime(source);
-        if (auto copy = WriteReportCopyOfSettings(source, scrubbed)) {
-            const RemovedAtEnd removed{*copy};
-            return Store(*copy, name, filter, modified);
-        }
-        return StoreText(std::move(scrubbed), name, filter, modified);
-    }
-
-    Common::Error Store(const fs::path& source, const std::string& name, const CopyFileFilter* filter, std::time_t modified) {
-        if (!filter) {
-            Common::Error error = zip_.AddFileFromDisk(name, source, modified);
-            if (error.Failed() && Zip::IsSourceFailure(error)) {
-                Common::Log::WriteError(Common::Log::kError, "Report file '" + name + "' cannot be read: ", error);
-                return {};
-            }
-            return error.Failed() ? WriteFailure(error) : Common::Error();
-        }
-        // The filter runs on the archive's workers; one that fails there drops the file and logs why.
-        std::unique_ptr<Zip::EntrySource> file;
-        Common::Error error = Zip::OpenFileSource(source, file);
-        if (!error.Failed()) error = zip_.AddFromSource(name, std::move(file), modified, FilterTransform(*filter));
-        if (error.Failed() && Zip::IsSourceFailure(error)) {
-            // Text that was meant to be redacted and was not must never reach the archive.
-            Common::Log::WriteError(Common::Log::kError, "Report file '" + name + "' is left out: ", error);
-            return {};
-        }
-        return error.Failed() ? WriteFailure(error) : Common::Error();
-    }
-
-    Common::Error StoreText(std::string text, const std::string& name, const CopyFileFilter* filter, std::time_t modified) {
-        if (filter) {
-            std::string filtered;
-            if (auto error = filter->Filter(text, filtered); error.Failed()) {
-                Common::Log::WriteError(Common::Log::kError, "Report file '" + name + "' cannot be filtered and is left out: ", error);
-                return {};
-            }
-            text = std::move(filtered);
-        }
-        if (auto error = zip_.AddFile(name, text, modified); error.Failed()) return WriteFailure(error);
-        return {};
-    }
-
-    Zip::ZipWriter& zip_;
-};
 
 }  // namespace
 

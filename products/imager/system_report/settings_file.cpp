@@ -1,81 +1,143 @@
-// Scrubbing of settings files: line-based, so that whatever the file holds besides the two keys is kept.
+// Scrubbing of settings files: works on the bytes in place, so that nothing else changes and a file takes
+// no more memory than its own size.
 #include "products/imager/system_report/settings_file.h"
 
 #include <algorithm>
 #include <array>
-#include <cwctype>
-
-#include "core/common/strings.h"
-#include "products/imager/system_report/link_check.h"
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 namespace SystemReport {
 namespace {
 
-constexpr std::array<std::wstring_view, 2> kSecretKeys = {L"OBPassword", L"OBSessionPassword"};
+constexpr std::array<std::string_view, 2> kSecretKeys = {"OBPassword", "OBSessionPassword"};
+constexpr char32_t kByteOrderMark = 0xFEFF;
 
-bool EqualsIgnoringCase(std::wstring_view a, std::wstring_view b) {
-    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](wchar_t x, wchar_t y) {
-               return std::towlower(x) == std::towlower(y);
-           });
+// One way of reading the bytes as code units.
+struct Reading {
+    std::size_t first;  // byte where the first unit starts
+    std::size_t width;  // bytes per unit
+    bool bigEndian;
+};
+// 16-bit text that starts at an odd byte is seen by the reading of the other byte order (its units are the
+// same, shifted by one byte), and a reading from byte 1 would see the text of byte 0 shifted the same way.
+constexpr std::array<Reading, 3> kReadings = {{{0, 1, false}, {0, 2, false}, {0, 2, true}}};
+
+using Range = std::pair<std::size_t, std::size_t>;  // [begin, end) in bytes
+
+class Units {
+public:
+    Units(std::string_view bytes, Reading reading) : bytes_(bytes), reading_(reading) {}
+    std::size_t End() const {
+        if (bytes_.size() < reading_.first) return reading_.first;
+        return reading_.first + (bytes_.size() - reading_.first) / reading_.width * reading_.width;
+    }
+    std::size_t Width() const { return reading_.width; }
+    char32_t At(std::size_t byte) const {
+        const auto b = [&](std::size_t i) { return static_cast<unsigned char>(bytes_[i]); };
+        if (reading_.width == 1) return b(byte);
+        return reading_.bigEndian ? (b(byte) << 8 | b(byte + 1)) : (b(byte + 1) << 8 | b(byte));
+    }
+
+private:
+    std::string_view bytes_;
+    Reading reading_;
+};
+
+char32_t AsciiLower(char32_t c) { return c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c; }
+bool IsBlank(char32_t c) { return c == ' ' || c == '\t'; }
+
+// [begin, end) is one line without its line end.
+bool IsSecretLine(const Units& units, std::size_t begin, std::size_t end) {
+    const std::size_t step = units.Width();
+    std::size_t at = begin;
+    const auto skipBlanks = [&] {
+        while (at < end && IsBlank(units.At(at))) at += step;
+    };
+    skipBlanks();
+    char32_t quote = 0;
+    if (at < end && (units.At(at) == '"' || units.At(at) == '\'')) {
+        quote = units.At(at);
+        at += step;
+    }
+    const std::size_t keyStart = at;
+    for (std::string_view key : kSecretKeys) {
+        at = keyStart;
+        bool same = true;
+        for (char k : key) {
+            if (at >= end || AsciiLower(units.At(at)) != AsciiLower(static_cast<unsigned char>(k))) {
+                same = false;
+                break;
+            }
+            at += step;
+        }
+        if (!same) continue;
+        if (quote != 0) {
+            if (at >= end || units.At(at) != quote) continue;
+            at += step;
+        }
+        skipBlanks();
+        if (at < end && (units.At(at) == '=' || units.At(at) == ':')) return true;
+    }
+    return false;
 }
 
-std::wstring_view Trimmed(std::wstring_view text) {
-    size_t begin = text.find_first_not_of(L" \t");
-    if (begin == std::wstring_view::npos) return {};
-    size_t end = text.find_last_not_of(L" \t\r");
-    return text.substr(begin, end - begin + 1);
-}
-
-bool IsSecretLine(std::wstring_view line) {
-    size_t equals = line.find(L'=');
-    if (equals == std::wstring_view::npos) return false;
-    std::wstring_view key = Trimmed(line.substr(0, equals));
-    return std::any_of(kSecretKeys.begin(), kSecretKeys.end(),
-                       [key](std::wstring_view secret) { return EqualsIgnoringCase(key, secret); });
-}
-
-std::wstring RemoveSecretLines(std::wstring_view text) {
-    std::wstring out;
-    out.reserve(text.size());
-    size_t start = 0;
-    while (start < text.size()) {
-        size_t end = text.find(L'\n', start);
-        size_t next = end == std::wstring_view::npos ? text.size() : end + 1;
-        std::wstring_view line = text.substr(start, next - start);
-        if (!IsSecretLine(line)) out += line;
+void FindSecretLines(const Units& units, std::size_t first, std::vector<Range>& found) {
+    const std::size_t step = units.Width();
+    const std::size_t end = units.End();
+    // A byte-order mark (U+FEFF as a unit, or EF BB BF as bytes) stays; the first line starts after it.
+    std::size_t start = first;
+    if (start < end && units.At(start) == kByteOrderMark) {
+        start += step;
+    } else if (step == 1 && end - start >= 3 && units.At(start) == 0xEF && units.At(start + 1) == 0xBB &&
+               units.At(start + 2) == 0xBF) {
+        start += 3;
+    }
+    while (start < end) {
+        std::size_t lineEnd = start;
+        while (lineEnd < end && units.At(lineEnd) != '\n' && units.At(lineEnd) != '\r') lineEnd += step;
+        std::size_t next = lineEnd;
+        if (next < end) {
+            const bool carriageReturn = units.At(next) == '\r';
+            next += step;
+            if (carriageReturn && next < end && units.At(next) == '\n') next += step;
+        }
+        if (IsSecretLine(units, start, lineEnd)) found.emplace_back(start, next);
         start = next;
     }
-    return out;
 }
 
 }  // namespace
 
 bool IsSettingsFile(const std::filesystem::path& path) {
-    std::wstring extension = path.extension().wstring();
-    return EqualsIgnoringCase(extension, L".ini");
+    // The native name, as bytes or UTF-16 units: a name that is not valid in any encoding still counts.
+    const auto& name = path.native();
+    constexpr std::string_view kExtension = ".ini";
+    if (name.size() < kExtension.size()) return false;
+    return std::equal(kExtension.begin(), kExtension.end(), name.end() - kExtension.size(),
+                      [](char e, auto c) { return AsciiLower(static_cast<char32_t>(c)) == static_cast<char32_t>(e); });
 }
 
-std::string RemoveSecretSettings(const std::string& text) {
-    const bool utf16 = text.size() >= 2 && static_cast<unsigned char>(text[0]) == 0xFF &&
-                       static_cast<unsigned char>(text[1]) == 0xFE;
-    if (utf16) {
-        std::string body = text.substr(2);
-        std::string odd = body.size() % 2 ? body.substr(body.size() - 1) : std::string();
-        return text.substr(0, 2) + Common::WideToUtf16Le(RemoveSecretLines(Common::Utf16LeToWide(body))) + odd;
+void RemoveSecretSettings(std::string& text) {
+    std::vector<Range> found;
+    for (const Reading& reading : kReadings) FindSecretLines(Units(text, reading), reading.first, found);
+    if (found.empty()) return;
+    std::sort(found.begin(), found.end());
+    std::size_t kept = 0;  // bytes of the result so far
+    std::size_t from = 0;  // first byte not yet copied or dropped
+    for (const auto& [begin, end] : found) {
+        if (begin > from) {
+            std::copy(text.begin() + static_cast<std::ptrdiff_t>(from), text.begin() + static_cast<std::ptrdiff_t>(begin),
+                      text.begin() + static_cast<std::ptrdiff_t>(kept));
+            kept += begin - from;
+        }
+        from = std::max(from, end);
     }
-    // 8-bit text is scanned byte by byte (widened 1:1), so bytes that are not UTF-8 survive unchanged.
-    std::wstring wide(text.begin(), text.end());
-    for (wchar_t& c : wide) c = static_cast<wchar_t>(static_cast<unsigned char>(c));
-    std::wstring kept = RemoveSecretLines(wide);
-    return std::string(kept.begin(), kept.end());
-}
-
-std::optional<std::filesystem::path> WriteReportCopyOfSettings(const std::filesystem::path& path,
-                                                               const std::string& scrubbed) {
-    std::filesystem::path copy = path;
-    copy += ".for_report";
-    if (!WriteNewFile(copy, scrubbed)) return std::nullopt;
-    return copy;
+    std::copy(text.begin() + static_cast<std::ptrdiff_t>(from), text.end(), text.begin() + static_cast<std::ptrdiff_t>(kept));
+    text.resize(kept + (text.size() - from));
 }
 
 }  // namespace SystemReport

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Fixtures of the product data tests, made on the host by real tools so that the Windows build reads them
 # under Wine through Z: as well: a certificate made by the openssl command (PEM, DER, and the subject as
-# openssl prints it), and a folder tree with symbolic links that point out of it. Wine 8 can make neither
+# openssl prints it), UTF-16 logs made by iconv, and a folder tree with symbolic links that point out of it. Wine 8 can make neither
 # links nor junctions and shows the host's links to files as plain files: for it only links to folders.
 # Usage: make_product_fixtures.sh <folder> linux|wine
 set -euo pipefail
@@ -31,4 +31,10 @@ if [[ $mode == linux ]]; then
   ln -s ../outside/diary.txt data/link-file.txt
   ln -s ../missing data/dangling-link
 fi
+# Logs in UTF-16 as iconv writes them: without a mark in either byte order, and with one.
+mkdir -p "$out/utf16"
+log='Logon Password=Tr0ub4dor&3\r\nMail to john.doe@example.com sent\r\n'
+for form in UTF-16LE UTF-16BE UTF-16; do
+  printf "$log" | iconv -f UTF-8 -t "$form" >"$out/utf16/$form.log"
+done
 touch "$out/.stamp"

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "core/common/strings.h"
+#include "products/imager/system_report/archive_name.h"
 #include "products/imager/system_report/certificate_text.h"
 #include "products/imager/system_report/filters/text_data_filter.h"
 #include "products/imager/system_report/link_check.h"
@@ -161,9 +162,88 @@ TEST_F(ProductFixtures, LinksAreNeverFollowed) {
     ASSERT_TRUE(archive.has_value());
     std::vector<std::string> names;
     for (const auto& [name, entry] : *archive) names.push_back(name);
-    EXPECT_EQ(names, (std::vector<std::string>{"d/kept.txt", "s/s.ini"}));
+    // Wine shows the planted copy as a plain file of the product, which is then stored like any other.
+    std::vector<std::string> expected{"d/kept.txt", "s/s.ini"};
+    if (!fs::is_symlink(links / "settings" / "s.ini.for_report")) expected.push_back("s/s.ini.for_report");
+    EXPECT_EQ(names, expected);
     EXPECT_EQ(archive->at("s/s.ini").data, "keep=1\r\n");
     EXPECT_EQ(ReadFile(links / "outside" / "victim.ini"), "not to be overwritten");
+}
+
+// UTF-16 logs in the machine-wide folder are redacted by the 16-bit rules, in either byte order, and the
+// per-user folder is stored as it is.
+TEST_F(ProductFixtures, Utf16LogsOfTheMachineWideFolderPassTheSixteenBitFilter) {
+    TempFolder temp;
+    auto folders = std::make_shared<FakeFolders>();
+    folders->common = temp.path() / "common";
+    folders->user = temp.path() / "user";
+    folders->userName = L"u";
+    for (const fs::path& root : {*folders->common, *folders->user}) {
+        fs::create_directories(root / "Brendix");
+        fs::copy(fixtures / "utf16", root / "Brendix");
+    }
+    ReportContext context;
+    context.folders = folders;
+    context.textFilter = std::make_shared<TextDataFilter>();
+    context.wideTextFilter = std::make_shared<TextDataFilterWString>();
+    ReportManager manager;
+    manager.Add(std::make_shared<ReportProductData>(context));
+    ASSERT_TRUE(manager.Create(temp.path()).Succeeded());
+    ASSERT_TRUE(manager.SaveAs(temp.path() / "r.zip").Succeeded());
+    const auto archive = TestSupport::ReadZip(temp.path() / "r.zip");
+    ASSERT_TRUE(archive.has_value());
+    const auto stored = [&](const std::string& name) {
+        const auto found = archive->find(name);
+        return found == archive->end() ? std::string("(missing)") : found->second.data;
+    };
+    const std::string machine = "Application Data/All Users/Brendix/";
+    const std::string littleEndian = stored(machine + "UTF-16LE.log");
+    std::string bigEndian = stored(machine + "UTF-16BE.log");
+    for (std::size_t i = 0; i + 1 < bigEndian.size(); i += 2) std::swap(bigEndian[i], bigEndian[i + 1]);
+    EXPECT_NE(littleEndian.find(Common::WideToUtf16Le(L"Password ***")), std::string::npos);
+    EXPECT_NE(littleEndian.find(Common::WideToUtf16Le(L"***@**.**")), std::string::npos);
+    EXPECT_EQ(bigEndian, littleEndian);
+    EXPECT_EQ(stored(machine + "UTF-16.log"), "\xFF\xFE" + littleEndian);
+    for (const char* name : {"UTF-16LE.log", "UTF-16BE.log", "UTF-16.log"}) {
+        EXPECT_EQ(stored(std::string("Application Data/u/Brendix/") + name), ReadFile(fixtures / "utf16" / name)) << name;
+    }
+}
+
+// Stored names: what a name becomes and that the escapes map back.
+TEST(ArchiveNameTest, NamesThatCannotBeStoredAsTheyAreAreEscaped) {
+    const struct {
+        fs::path::string_type name;
+        std::string stored;
+    } cases[] = {
+        {fs::path(u8"x.in\u00E9").native(), "x.in\xC3\xA9"},
+        {fs::path("..\\..\\evil.txt").native(), "..%5C..%5Cevil.txt"},
+        {fs::path("name\\").native(), "name%5C"},
+        {fs::path("c:d*e?.txt").native(), "c%3Ad%2Ae%3F.txt"},
+        {fs::path("100%.txt").native(), "100%25.txt"},
+        {fs::path("trail. ").native(), "trail%2E%20"},
+        {fs::path("..").native(), "%2E%2E"},
+        {fs::path("con.log").native(), "co%6E.log"},
+        {fs::path("console.log").native(), "console.log"},
+    };
+    for (const auto& entry : cases) {
+        bool changed = false;
+        EXPECT_EQ(StoredFileName(entry.name, changed), entry.stored);
+        EXPECT_EQ(changed, entry.stored != Common::PathToUtf8(fs::path(entry.name)));
+    }
+    bool changed = false;
+    const std::string cut = StoredFileName(fs::path(std::string(200, 'a') + std::string(30, '?') + ".log").native(), changed);
+    // 200 + 30 * 3 + 4 bytes: the escapes are cut at a whole escape, the extension is kept.
+    std::string expected(200, 'a');
+    for (int i = 0; i < 17; ++i) expected += "%3F";
+    EXPECT_EQ(cut, expected + ".log");
+    EXPECT_TRUE(changed);
+
+    StoredNames names;
+    EXPECT_EQ(names.Claim("d/a.txt"), "d/a.txt");
+    EXPECT_EQ(names.Claim("d/a.txt"), "d/a~2.txt");
+    EXPECT_EQ(names.Claim("d/a.txt"), "d/a~3.txt");
+    EXPECT_EQ(names.Claim("d.x/.hidden"), "d.x/.hidden");
+    EXPECT_EQ(names.Claim("d.x/.hidden"), "d.x/.hidden~2");
 }
 
 }  // namespace

@@ -4,10 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <thread>
 
 #include "products/imager/system_report/filtered_copy.h"
+#include "products/imager/system_report/folder_walk.h"
 #include "tests/support/zip_test_reader.h"
 
 namespace {
@@ -213,6 +215,28 @@ TEST_F(FolderEntryTest, FiltersApplyToEveryFileAndAFailingFilterLeavesTheFileOut
         EXPECT_EQ(failing.count("g/a.log") + failing.count("g/sub/b.log") + failing.count("g/s.ini"), 0u);
         EXPECT_EQ(failing.count("plain.log"), 1u);
     }
+}
+
+// "*.for_report" files: a scrubbed copy that an ended run left (marked, held by no one) is removed and not
+// stored; one that a running run holds stays and is not stored; any other is the product's and is stored.
+TEST_F(FolderEntryTest, LeftoverSettingsCopiesGoAndOthersOfThatNameStay) {
+    const fs::path data = temp.path() / "data";
+    WriteFile(data / "left.ini.for_report", "keep=1\n");
+    WriteFile(data / "product.for_report", "product file");
+    WriteFile(data / "late.ini.for_report", "not marked");
+    const auto mark = std::chrono::file_clock::from_sys(std::chrono::sys_seconds(std::chrono::seconds(946684802)));
+    fs::last_write_time(data / "left.ini.for_report", mark);
+    SystemReport::OpenedEntry folder = SystemReport::OpenFolder::OpenRoot(data);
+    ASSERT_TRUE(folder.folder);
+    std::unique_ptr<SystemReport::OpenFile> held;
+    ASSERT_TRUE(folder.folder->CreateReportCopy(fs::path("held.ini.for_report").native(), held).Succeeded());
+
+    auto zip = Run({{data, L"d/", L"t", nullptr, true, true}});
+    EXPECT_FALSE(fs::exists(data / "left.ini.for_report"));
+    EXPECT_TRUE(fs::exists(data / "held.ini.for_report"));
+    EXPECT_EQ(zip.count("d/left.ini.for_report") + zip.count("d/held.ini.for_report"), 0u);
+    EXPECT_EQ(zip.at("d/product.for_report").data, "product file");
+    EXPECT_EQ(zip.at("d/late.ini.for_report").data, "not marked");
 }
 
 // A folder fails to read on Linux (inside libstdc++'s stream buffer) and to open on Windows: an error either way.

@@ -1,0 +1,26 @@
+// The parts of the folder walk that are the same on every system.
+#include "products/imager/system_report/folder_walk.h"
+
+namespace SystemReport {
+
+Common::Error OpenFile::ReadAll(std::string& content) {
+    if (size_ >= content.max_size()) {
+        return Common::Error::Make(Common::Codes::kOpenFile, L"The file is too large to be read into memory.");
+    }
+    // One byte more than the size, so that a file that grew is seen to grow without a read past the end.
+    content.resize(static_cast<std::size_t>(size_) + 1);
+    std::size_t used = 0;
+    for (;;) {
+        if (used == content.size()) content.resize(content.size() + content.size() / 2 + 1);
+        std::size_t got = 0;
+        if (Common::Error error = Read(std::span<char>(content.data() + used, content.size() - used), got); error.Failed()) {
+            return error;
+        }
+        if (got == 0) break;
+        used += got;
+    }
+    content.resize(used);
+    return {};
+}
+
+}  // namespace SystemReport
