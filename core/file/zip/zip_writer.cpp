@@ -4,6 +4,7 @@
 
 #include <zlib.h>
 
+#include <atomic>
 #include <cerrno>
 #include <new>
 #include <optional>
@@ -12,7 +13,7 @@
 #include <vector>
 
 #include "core/common/strings.h"
-#include "core/common/uuid.h"
+#include "core/common/run_files.h"
 #include "core/file/zip/zip_format.h"
 #include "core/file/zip/zip_platform.h"
 #include "core/file/zip/zip_writer_testing.h"
@@ -45,7 +46,7 @@ Common::ErrorField TextField(std::string name, std::string text) {
     return {std::move(name), Common::ErrorField::Kind::Text, std::move(text), 0};
 }
 
-std::string PathText(const std::filesystem::path& path) { return Common::WideToUtf8(path.wstring()); }
+std::string PathText(const std::filesystem::path& path) { return Common::PathToUtf8(path); }
 
 // Buffers the tail of the archive in memory, so that a small entry's header is patched, or a failed entry
 // dropped, without touching the file; beyond the buffer both cost a seek.
@@ -56,7 +57,7 @@ public:
     // stdio buffering is off: this class buffers already, and patches would only flush it. errno tells why
     // the file could not be created.
     bool Open(const std::filesystem::path& path) {
-        file_ = Platform::OpenFile(path, "wb");
+        file_ = Platform::CreateNewFile(path);
         if (file_) std::setvbuf(file_.get(), nullptr, _IONBF, 0);
         return file_ != nullptr;
     }
@@ -279,7 +280,7 @@ struct ZipWriter::Impl {
     // Runs the adding of entry `name`: no exception leaves it, and a failure names the entry.
     template <typename Body>
     Error Guarded(std::string_view name, Body&& body) {
-        Error error = Common::CatchErrors([&] { return closed ? ClosedFailure() : body(); });
+        Error error = Common::CatchErrors([&] { return closed || aborted ? ClosedFailure() : body(); });
         return error.Failed() ? error.WithField(TextField("entry", std::string(name))) : error;
     }
 
@@ -307,6 +308,7 @@ struct ZipWriter::Impl {
         bool deflating = entry.method == Format::Method::Deflate;
         if (deflating) deflater.Reset();
         for (;;) {
+            if (aborted) return ClosedFailure();
             std::size_t got = 0;
             if (Error error = source.Read(input, got); error.Failed()) return error;
             std::span<const char> chunk(input.data(), got);
@@ -374,7 +376,7 @@ struct ZipWriter::Impl {
     }
 
     Error Commit() {
-        if (closed) return ClosedFailure();
+        if (closed || aborted) return ClosedFailure();
         closed = true;
         std::uint64_t directoryOffset = out.Position();
         std::string end = Format::EndRecords(entryCount, directory.size(), directoryOffset, limits);
@@ -392,6 +394,7 @@ struct ZipWriter::Impl {
     std::filesystem::path temporary;
     bool ownsTemporary = false;
     bool closed = false;
+    std::atomic<bool> aborted{false};
     OutputFile out;
     Format::Limits limits;
     Deflater deflater;
@@ -411,14 +414,22 @@ Common::Error ZipWriter::Create(const std::filesystem::path& target, std::unique
 Common::Error TestAccess::Create(const std::filesystem::path& target, const Format::Limits& limits,
                                  std::unique_ptr<ZipWriter>& writer) {
     return Common::CatchErrors([&]() -> Error {
-        std::filesystem::path temporary = target;
-        temporary += L".partial." + Common::NewScratchName();
+        // Beside the target, so that the rename cannot cross file systems; short, so that a target name at the
+        // system's length limit still works; hidden, and named after this process, so that what a killed run
+        // leaves is recognised and removed by a later one.
+        std::filesystem::path temporary =
+            target.parent_path() /
+            Common::PathFromUtf8(Common::NewRunFileName(Common::kPartialArchivePrefix, Common::kPartialArchiveSuffix));
         auto impl = std::make_unique<ZipWriter::Impl>(target, temporary, limits);
         if (Error error = impl->Open(); error.Failed()) return error;
         writer.reset(new ZipWriter(std::move(impl)));
         return {};
     });
 }
+
+void ZipWriter::Abort() { impl_->aborted = true; }
+
+const std::filesystem::path& ZipWriter::TemporaryPath() const { return impl_->temporary; }
 
 Common::Error ZipWriter::AddFile(std::string_view name, std::string_view data, std::time_t modified) {
     return impl_->Guarded(name, [&] {

@@ -45,6 +45,10 @@ public:
     // Writes the central directory and renames the temporary file over the target (code 0x4000a when that
     // rename fails). The writer takes no entry after Commit, whether it succeeded or not.
     Common::Error Commit();
+    // From any thread: the entry being added is the last one, and Commit fails (the archive is given up).
+    void Abort();
+    // Where the archive is written until Commit renames it.
+    const std::filesystem::path& TemporaryPath() const;
 
 private:
     friend struct TestAccess;
