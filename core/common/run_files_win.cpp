@@ -1,9 +1,9 @@
 // Process identity and private folders on Windows: process creation times, the user's temporary folder.
 #include "core/common/run_files.h"
 
-#include "core/common/windows_handles.h"
 #include "core/common/strings.h"
 #include "core/common/uuid.h"
+#include "core/common/windows_handles.h"
 
 namespace Common {
 namespace {

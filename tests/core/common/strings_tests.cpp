@@ -51,7 +51,9 @@ TEST(StringsTest, PathsThatAreNotTextConvertWithoutThrowing) {
     EXPECT_EQ(PathToWide(path), kBytes ? std::wstring(L"caf\xFFFD") : std::wstring(native.begin(), native.end()));
     std::string text = PathToUtf8(path);
     EXPECT_EQ(text, kBytes ? std::string("caf\xE9") : std::string("caf\xEF\xBF\xBD"));
-    if (kBytes) EXPECT_EQ(PathFromUtf8(text), path);
+    if (kBytes) {
+        EXPECT_EQ(PathFromUtf8(text), path);
+    }
 }
 
 TEST(SourcePositionTest, FunctionNamesLoseReturnTypeAndParameters) {
