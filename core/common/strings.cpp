@@ -2,6 +2,7 @@
 #include "core/common/strings.h"
 
 #include <cstdint>
+#include <type_traits>
 
 namespace Common {
 namespace {
@@ -190,14 +191,38 @@ std::wstring Utf16LeToWide(std::string_view bytes) {
     return out;
 }
 
-std::string PathToUtf8(const std::filesystem::path& path) {
-    std::u8string text = path.u8string();
-    return std::string(reinterpret_cast<const char*>(text.data()), text.size());
+namespace {
+
+// A native wide path (Windows) is converted without the library's converter, which throws on an unpaired
+// surrogate; a native narrow path (POSIX) is bytes and passes through as it is. Templates, so that only the
+// branch of this platform's width is compiled.
+template <typename Char>
+std::string NativeToUtf8(const std::basic_string<Char>& native) {
+    if constexpr (std::is_same_v<Char, wchar_t>) return WideToUtf8(native);
+    else return native;
 }
 
-std::filesystem::path PathFromUtf8(std::string_view text) {
-    return std::filesystem::path(std::u8string(reinterpret_cast<const char8_t*>(text.data()), text.size()));
+template <typename Char>
+std::basic_string<Char> NativeFromUtf8(std::string_view text) {
+    if constexpr (std::is_same_v<Char, wchar_t>) return Utf8ToWide(text);
+    else return std::string(text);
 }
+
+template <typename Char>
+std::wstring NativeToWide(const std::basic_string<Char>& native) {
+    if constexpr (std::is_same_v<Char, wchar_t>) return native;
+    else return Utf8ToWide(native);
+}
+
+}  // namespace
+
+std::string PathToUtf8(const std::filesystem::path& path) { return NativeToUtf8(path.native()); }
+
+std::filesystem::path PathFromUtf8(std::string_view text) {
+    return std::filesystem::path(NativeFromUtf8<std::filesystem::path::value_type>(text));
+}
+
+std::wstring PathToWide(const std::filesystem::path& path) { return NativeToWide(path.native()); }
 
 std::wstring FormatPlaceholders(std::wstring_view format, std::initializer_list<std::wstring_view> args) {
     return Format<wchar_t>(format, args);

@@ -18,9 +18,14 @@ std::string WideToUtf16Le(std::wstring_view text);
 // where wchar_t is 32 bits wide.
 std::wstring Utf16LeToWide(std::string_view bytes);
 
-// Paths as UTF-8 text (log lines, archive names, error fields) and back.
+// Paths as UTF-8 text (log lines, archive names, error fields) and back. None of these throws. On POSIX
+// systems a path is bytes in no known encoding: they pass through unchanged both ways (lossless, though
+// not always valid UTF-8).
 std::string PathToUtf8(const std::filesystem::path& path);
 std::filesystem::path PathFromUtf8(std::string_view text);
+// A path as wide text, for message boxes: exact on Windows; on POSIX systems what is not UTF-8 becomes
+// U+FFFD (unlike path::wstring(), which depends on the locale and throws).
+std::wstring PathToWide(const std::filesystem::path& path);
 
 // Replaces "{0}", "{1}", ... by the arguments; a placeholder without an argument is left as it is.
 std::wstring FormatPlaceholders(std::wstring_view format, std::initializer_list<std::wstring_view> args);

@@ -167,7 +167,7 @@ std::unique_ptr<BlockDevice> OpenDisk(const fs::path& disk, const fs::path& devi
             facts.geometry = Geometry{bytes / sectorSize / (std::uint64_t{geometry.heads} * geometry.sectors),
                                       geometry.heads, geometry.sectors};
     } else {
-        Common::Log::WriteError(Common::Log::kWarning, "Disk " + facts.deviceName + " cannot be opened", error);
+        Common::Log::WriteError(Common::Log::kWarning, "Disk " + facts.deviceName + " cannot be opened: ", error);
     }
     return std::make_unique<FileBlockDevice>(std::move(file), error, sectorSize, bytes / sectorSize, std::move(facts),
                                              [disk] { return VolumesOf(disk); });

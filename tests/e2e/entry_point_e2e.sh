@@ -17,15 +17,19 @@ cleanup() {
 ok() { passes=$((passes + 1)); echo "ok - $*"; }
 not_ok() { failures=$((failures + 1)); echo "not ok - $*"; }
 check() { local what=$1; shift; if "$@"; then ok "$what"; else not_ok "$what"; fi; }
+valid_zip() { unzip -tqq "$1" >/dev/null 2>&1; }
 expected_version=$'Product version: 24.7.38530\r'
 
-# The tool is copied into a folder of its own, so that its default archive lands there.
-mkdir -p "$work/bin"
-cp "$exe" "$work/bin/"
-tool="$work/bin/$(basename "$exe")"
+# The tool is copied into a folder of its own, so that its default archive lands there; the folder's name
+# is not ASCII, as paths are carried as the system gives them.
+bin="$work/exé dir"
+mkdir -p "$bin"
+cp "$exe" "$bin/"
+tool="$bin/$(basename "$exe")"
 
 if [ "$mode" = linux ]; then
-  export SYSTEM_REPORT_COMMON_APPDATA=$work/common XDG_DATA_HOME=$work/user
+  export SYSTEM_REPORT_COMMON_APPDATA=$work/common XDG_DATA_HOME=$work/user TMPDIR=$work/tmp
+  mkdir -p "$TMPDIR"
   log="$work/common/Brendix/Cobaltine Home/Logs/system_report/system_report.log"
   run() { "$tool" "$@"; }
   native() { printf '%s' "$1"; }
@@ -65,7 +69,7 @@ done
 # 3. Options in the wrong case are ignored: the default archive beside the executable.
 status=0; run "/FILENAME:$(native "$work/out/ignored.zip")" /Silent /silent >/dev/null 2>&1 || status=$?
 check "wrong-case options ignored (exit $status)" [ "$status" -eq 0 ]
-check "default archive beside the executable" [ -f "$work/bin/SystemReport.zip" ]
+check "default archive beside the executable" [ -f "$bin/SystemReport.zip" ]
 check "wrong-case file name not used" [ ! -e "$work/out/ignored.zip" ]
 
 # 4. A target in a folder that does not exist: 0x4000A, the failure line, and an archive elsewhere survives.
@@ -74,10 +78,75 @@ check "missing target folder fails with the low byte of 0x4000A (got $status)" [
 check "log holds the failure line with the code" \
   grep -qE "System report generation to file '.*r\.zip' fails: .*code=0x4000a" "$log"
 
+# 5. Target paths: not ASCII (and, on Linux, not even UTF-8), a name of 255 bytes; a folder and a read-only
+# file are refused at once and left as they were. No partial archive stays beside any of them.
+mkdir -p "$work/targets/folder.zip"
+printf 'old archive' >"$work/targets/readonly.zip"
+chmod 444 "$work/targets/readonly.zip"
+long=$(printf 'x%.0s' $(seq 251)).zip
+written=("rapport é.zip" "$long")
+[ "$mode" = linux ] && written+=($'latin1 \xe9.zip')
+for name in "${written[@]}"; do
+  status=0; run /silent "/filename:$(native "$work/targets/$name")" >/dev/null 2>&1 || status=$?
+  check "target '${name:0:20}' (${#name} bytes) exits 0 (got $status)" [ "$status" -eq 0 ]
+  check "target '${name:0:20}' written where asked" valid_zip "$work/targets/$name"
+done
+for name in folder.zip readonly.zip; do
+  status=0; run /silent "/filename:$(native "$work/targets/$name")" >/dev/null 2>&1 || status=$?
+  check "target $name refused with the low byte of 0x4000A (got $status)" [ "$status" -eq "$failure_status" ]
+done
+check "refused folder left empty" [ -d "$work/targets/folder.zip" -a -z "$(ls -A "$work/targets/folder.zip")" ]
+check "refused read-only archive keeps its bytes" [ "$(cat "$work/targets/readonly.zip")" = "old archive" ]
+check "no partial archive left beside the targets" [ -z "$(find "$work/targets" -name '.SystemReport-*')" ]
+
+if [ "$mode" = linux ]; then
+  # 6. Stops. A large incompressible product file makes the packing last long enough to be caught. SIGINT
+  # and SIGTERM, once the private scratch folder exists and once the archive is being written, cancel the
+  # run: exit 15 (0x4000F's low byte), nothing left. What a SIGKILL leaves, the next run removes.
+  mkdir -p "$work/user/Brendix"
+  head -c 48M /dev/urandom >"$work/user/Brendix/large.bin"
+  stops="$work/stops"
+  mkdir -p "$stops"
+  # Waits, up to 60 s, until the command succeeds or the run ends.
+  wait_for() { local end=$((SECONDS + 60)); until "$@"; do kill -0 "$pid" 2>/dev/null && [ $SECONDS -lt $end ] || return 1; sleep 0.05; done; }
+  scratch_made() { compgen -G "$TMPDIR/SystemReport-*" >/dev/null; }
+  packing() { [ -n "$(find "$stops" -name '.SystemReport-*' -size +0c)" ]; }
+  leftovers() { find "$TMPDIR" "$stops" -mindepth 1 -maxdepth 1 | grep -q .; }
+  nothing_left() { ! leftovers; }
+  killed_run_left_files() { [ $reached = 1 ] && leftovers; }
+  for signal in INT TERM; do
+    for moment in scratch_made packing; do
+      "$tool" /silent "/filename:$stops/r.zip" >/dev/null 2>&1 &
+      pid=$!
+      reached=0; wait_for $moment && reached=1
+      if [ $moment = scratch_made ] && [ $reached = 1 ]; then
+        check "scratch folder is private (mode $(stat -c %a "$TMPDIR"/SystemReport-*))" \
+          [ "$(stat -c %a "$TMPDIR"/SystemReport-*)" = 700 ]
+      fi
+      kill -$signal $pid 2>/dev/null || true
+      status=0; wait $pid || status=$?
+      check "SIG$signal at $moment: moment reached, exit 15 (got $status)" [ $reached = 1 -a "$status" -eq 15 ]
+      check "SIG$signal at $moment leaves nothing" nothing_left
+    done
+  done
+  check "log holds the canceled line" grep -qE "fails: Canceled\..*code=0x4000f" "$log"
+
+  "$tool" /silent "/filename:$stops/r.zip" >/dev/null 2>&1 &
+  pid=$!
+  reached=0; wait_for packing && reached=1
+  kill -KILL $pid; wait $pid 2>/dev/null || true
+  check "a killed run leaves its scratch folder and partial archive" killed_run_left_files
+  rm "$work/user/Brendix/large.bin"
+  status=0; "$tool" /silent "/filename:$stops/r.zip" >/dev/null 2>&1 || status=$?
+  check "the next run succeeds (got $status)" [ "$status" -eq 0 ]
+  check "the next run removed what the killed one left" \
+    [ "$(find "$TMPDIR" "$stops" -mindepth 1 -maxdepth 1)" = "$stops/r.zip" ]
+fi
+
 if [ "$mode" = wine ]; then
   # The full 32-bit exit code, as a Windows caller sees it.
   # cmd ends with the tool's status too, so only its output is judged here.
-  code=$( (cd "$work/bin" && wine cmd /c "start /wait $(basename "$tool") /silent /filename:$(native "$work/missing/r.zip") & echo %errorlevel%" 2>/dev/null || true) | tr -d '\r' | tail -n1)
+  code=$( (cd "$bin" && wine cmd /c "start /wait $(basename "$tool") /silent /filename:$(native "$work/missing/r.zip") & echo %errorlevel%" 2>/dev/null || true) | tr -d '\r' | tail -n1)
   check "full exit code is 262154 (0x4000A) (got $code)" [ "$code" = 262154 ]
 
   # 5. Without /silent a box titled "Brendix System Report" appears; with it none does.

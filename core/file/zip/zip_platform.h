@@ -19,6 +19,8 @@ using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
 // `mode` is an fopen mode ("rb", "wb"). Windows opens by the path's wide name, so any name works there too.
 // On failure errno tells why.
 FilePtr OpenFile(const std::filesystem::path& path, const char* mode);
+// Creates `path` for writing in binary mode; fails (errno EEXIST) when anything, a link included, is there.
+FilePtr CreateNewFile(const std::filesystem::path& path);
 // 64-bit seek and truncate, as a 32-bit build would otherwise stop at 2 GiB; errno tells why on failure.
 bool SeekTo(std::FILE* file, std::uint64_t offset);
 bool Truncate(std::FILE* file, std::uint64_t size);

@@ -22,7 +22,7 @@
 
 #include "core/common/log.h"
 #include "core/common/strings.h"
-#include "core/common/uuid.h"
+#include "core/common/run_files.h"
 #include "core/file/zip/deflate_block.h"
 #include "core/file/zip/zip_format.h"
 #include "core/file/zip/zip_platform.h"
@@ -57,7 +57,7 @@ Common::ErrorField TextField(std::string name, std::string text) {
     return {std::move(name), Common::ErrorField::Kind::Text, std::move(text), 0};
 }
 
-std::string PathText(const std::filesystem::path& path) { return Common::WideToUtf8(path.wstring()); }
+std::string PathText(const std::filesystem::path& path) { return Common::PathToUtf8(path); }
 
 // Buffers the tail of the archive in memory, so that a small entry's header is patched, or a failed entry
 // dropped, without touching the file; beyond the buffer both cost a seek.
@@ -68,7 +68,7 @@ public:
     // stdio buffering is off: this class buffers already, and patches would only flush it. errno tells why
     // the file could not be created.
     bool Open(const std::filesystem::path& path) {
-        file_ = Platform::OpenFile(path, "wb");
+        file_ = Platform::CreateNewFile(path);
         if (file_) std::setvbuf(file_.get(), nullptr, _IONBF, 0);
         return file_ != nullptr;
     }
@@ -796,8 +796,12 @@ Common::Error TestAccess::Create(const std::filesystem::path& target, const Form
 Common::Error TestAccess::Create(const std::filesystem::path& target, const Format::Limits& limits,
                                  const Tuning& tuning, std::unique_ptr<ZipWriter>& writer) {
     return Common::CatchErrors([&]() -> Error {
-        std::filesystem::path temporary = target;
-        temporary += L".partial." + Common::NewScratchName();
+        // Beside the target, so that the rename cannot cross file systems; short, so that a target name at the
+        // system's length limit still works; hidden, and named after this process, so that what a killed run
+        // leaves is recognised and removed by a later one.
+        std::filesystem::path temporary =
+            target.parent_path() /
+            Common::PathFromUtf8(Common::NewRunFileName(Common::kPartialArchivePrefix, Common::kPartialArchiveSuffix));
         auto impl = std::make_unique<ZipWriter::Impl>(target, temporary, limits, tuning);
         if (Error error = impl->Open(); error.Failed()) return error;
         writer.reset(new ZipWriter(std::move(impl)));
@@ -808,6 +812,8 @@ Common::Error TestAccess::Create(const std::filesystem::path& target, const Form
 void ZipWriter::SetWorkerCount(unsigned count) {
     if (impl_->workers.empty()) impl_->tuning.workers = std::max(1u, count);
 }
+
+const std::filesystem::path& ZipWriter::TemporaryPath() const { return impl_->temporary; }
 
 Common::Error ZipWriter::AddFile(std::string_view name, std::string_view data, std::time_t modified) {
     return impl_->Guarded(name, [&] {

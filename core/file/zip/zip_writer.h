@@ -52,6 +52,8 @@ public:
     // Writes the central directory and renames the temporary file over the target (code 0x4000a when that
     // rename fails). The writer takes no entry after Commit, whether it succeeded or not.
     Common::Error Commit();
+    // Where the archive is written until Commit renames it.
+    const std::filesystem::path& TemporaryPath() const;
 
     // Entries are compressed on `count` threads (at least one); by default as many as the processor has
     // cores, and at least two. Only before the first entry.

@@ -13,6 +13,8 @@ FilePtr OpenFile(const std::filesystem::path& path, const char* mode) {
     return FilePtr(std::fopen(path.c_str(), mode));
 }
 
+FilePtr CreateNewFile(const std::filesystem::path& path) { return FilePtr(std::fopen(path.c_str(), "wbx")); }
+
 bool SeekTo(std::FILE* file, std::uint64_t offset) {
     return fseeko(file, static_cast<off_t>(offset), SEEK_SET) == 0;
 }

@@ -3,7 +3,9 @@
 
 #include "core/common/windows_api.h"
 
+#include <fcntl.h>
 #include <io.h>
+#include <sys/stat.h>
 
 #include <string>
 
@@ -12,6 +14,15 @@ namespace Zip::Platform {
 FilePtr OpenFile(const std::filesystem::path& path, const char* mode) {
     std::wstring wideMode(mode, mode + std::char_traits<char>::length(mode));
     return FilePtr(_wfopen(path.c_str(), wideMode.c_str()));
+}
+
+// The C library of older systems knows no "x" mode: the exclusive create is asked of the system.
+FilePtr CreateNewFile(const std::filesystem::path& path) {
+    int fd = _wopen(path.c_str(), _O_WRONLY | _O_CREAT | _O_EXCL | _O_BINARY, _S_IREAD | _S_IWRITE);
+    if (fd < 0) return nullptr;
+    FilePtr file(_fdopen(fd, "wb"));
+    if (!file) _close(fd);
+    return file;
 }
 
 bool SeekTo(std::FILE* file, std::uint64_t offset) {

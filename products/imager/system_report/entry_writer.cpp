@@ -169,6 +169,11 @@ Common::Error EntryWriter::StoreChild(OpenFolder& folder, const std::string& sho
         if (auto error = zip_.AddFolder(stored, entry.folder->Modified()); error.Failed()) return WriteFailure(error);
         return StoreTree(*entry.folder, shown, stored, true, filter);
     }
+    if (isOwn_ && isOwn_(*entry.file)) {
+        // A target inside a product folder would otherwise be packed into itself.
+        Common::Log::Info("'" + shown + "' is this run's own archive; it is not stored in itself.");
+        return {};
+    }
     if (IsSettingsFile(fs::path(name))) return StoreSettings(folder, name, *entry.file, stored, filter);
     const std::time_t modified = entry.file->Modified();
     return Add(stored, std::move(entry.file), modified, filter);

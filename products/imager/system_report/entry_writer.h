@@ -3,6 +3,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <string>
 
 #include "core/common/error.h"
@@ -21,7 +22,9 @@ class OpenFolder;
 // fails the save.
 class EntryWriter {
 public:
-    explicit EntryWriter(Zip::ZipWriter& zip) : zip_(zip) {}
+    // `isOwn` tells the run's own files (its archive, old and new), which a folder walk never stores.
+    explicit EntryWriter(Zip::ZipWriter& zip, std::function<bool(const OpenFile&)> isOwn = {})
+        : zip_(zip), isOwn_(std::move(isOwn)) {}
 
     // A file of the run's own scratch folder, stored under `name`.
     Common::Error StoreFile(const std::filesystem::path& source, const std::string& name, const CopyFileFilter* filter);
@@ -55,6 +58,7 @@ private:
                       const CopyFileFilter* filter);
 
     Zip::ZipWriter& zip_;
+    std::function<bool(const OpenFile&)> isOwn_;
     StoredNames names_;
 };
 

@@ -8,6 +8,7 @@
 #include <ctime>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -30,6 +31,16 @@ enum class EntryKind {
     Failed,    // cannot be opened (denied, or another error: see the error)
 };
 
+// Tells files apart whatever their names: the volume and the file's number on it.
+struct FileIdentity {
+    std::uint64_t volume = 0;
+    std::uint64_t file = 0;
+    bool operator==(const FileIdentity&) const = default;
+};
+
+// The identity of the file at `path` (links followed); nullopt when nothing can be opened there.
+std::optional<FileIdentity> IdentityOfPath(const std::filesystem::path& path);
+
 // A regular file, opened; the source of its archive entry.
 class OpenFile final : public Zip::EntrySource {
 public:
@@ -38,6 +49,7 @@ public:
     Common::Error Read(std::span<char> buffer, std::size_t& got) override;
     Common::Error Rewind() override;
     std::time_t Modified() const { return modified_; }
+    std::optional<FileIdentity> Identity() const;
     // The whole file in a string of its size (more if it grew): never twice its size in memory.
     Common::Error ReadAll(std::string& content);
     Common::Error WriteAll(std::string_view data);

@@ -67,6 +67,18 @@ bool SameFile(const struct stat& a, const struct stat& b) { return a.st_dev == b
 OpenFile::OpenFile(WalkHandle handle, std::uint64_t size, std::time_t modified)
     : handle_(std::move(handle)), size_(size), modified_(modified) {}
 
+std::optional<FileIdentity> OpenFile::Identity() const {
+    struct stat info {};
+    if (::fstat(handle_.Get(), &info) != 0) return std::nullopt;
+    return FileIdentity{static_cast<std::uint64_t>(info.st_dev), static_cast<std::uint64_t>(info.st_ino)};
+}
+
+std::optional<FileIdentity> IdentityOfPath(const std::filesystem::path& path) {
+    struct stat info {};
+    if (::stat(path.c_str(), &info) != 0) return std::nullopt;
+    return FileIdentity{static_cast<std::uint64_t>(info.st_dev), static_cast<std::uint64_t>(info.st_ino)};
+}
+
 Common::Error OpenFile::Read(std::span<char> buffer, std::size_t& got) {
     for (;;) {
         const ssize_t count = ::read(handle_.Get(), buffer.data(), buffer.size());

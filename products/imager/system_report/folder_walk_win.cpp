@@ -97,6 +97,27 @@ OpenedEntry Opened(const std::wstring& path, DWORD access, DWORD share, DWORD di
 OpenFile::OpenFile(WalkHandle handle, std::uint64_t size, std::time_t modified)
     : handle_(std::move(handle)), size_(size), modified_(modified) {}
 
+namespace {
+
+std::optional<FileIdentity> IdentityOfHandle(HANDLE handle) {
+    BY_HANDLE_FILE_INFORMATION info{};
+    if (!GetFileInformationByHandle(handle, &info)) return std::nullopt;
+    return FileIdentity{info.dwVolumeSerialNumber,
+                        (std::uint64_t{info.nFileIndexHigh} << 32) | info.nFileIndexLow};
+}
+
+}  // namespace
+
+std::optional<FileIdentity> OpenFile::Identity() const { return IdentityOfHandle(handle_.Get()); }
+
+std::optional<FileIdentity> IdentityOfPath(const std::filesystem::path& path) {
+    // No access asked: the identity is readable even of a file that another process holds.
+    Common::KernelHandle file(CreateFileW(path.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                          nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+    if (!file) return std::nullopt;
+    return IdentityOfHandle(file.Get());
+}
+
 Common::Error OpenFile::Read(std::span<char> buffer, std::size_t& got) {
     DWORD count = 0;
     const DWORD chunk = static_cast<DWORD>(std::min<std::size_t>(buffer.size(), 1u << 30));

@@ -49,9 +49,10 @@ void AddReportItems(ReportManager& manager, ReportContext& context) {
     for (ReportPtr& item : MakeReportItems(context, locations)) manager.Add(std::move(item));
 }
 
-Common::Error GenerateReport(const std::filesystem::path& fileName) {
+Common::Error GenerateReport(ReportManager& manager, const std::filesystem::path& fileName) {
+    // The user learns of a target that cannot be written before the long collection, not after it.
+    if (Common::Error error = manager.OpenTarget(fileName); error.Failed()) return error;
     ReportContext context = MakeRunContext();
-    ReportManager manager;
     AddReportItems(manager, context);
     if (Common::Error error = manager.Create(); error.Failed()) return error;
     return manager.SaveAs(fileName);

@@ -21,7 +21,8 @@ std::vector<ReportPtr> MakeReportItems(ReportContext& context, ReportPtr locatio
 // the items in the order in which they run; `manager` must not hold any yet.
 void AddReportItems(ReportManager& manager, ReportContext& context);
 
-// Builds the list, creates the report and saves it as `fileName`.
-Common::Error GenerateReport(const std::filesystem::path& fileName);
+// Opens the target, builds the list in `manager` (empty; its Stop may be called from another thread at any
+// time), creates the report and saves it as `fileName`.
+Common::Error GenerateReport(ReportManager& manager, const std::filesystem::path& fileName);
 
 }  // namespace SystemReport

@@ -2,13 +2,15 @@
 #include "products/imager/system_report/report_manager.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <system_error>
 
 #include "core/common/log.h"
+#include "core/common/run_files.h"
 #include "core/common/strings.h"
-#include "core/common/uuid.h"
 #include "core/file/zip/zip_writer.h"
 #include "products/imager/system_report/entry_writer.h"
+#include "products/imager/system_report/folder_walk.h"
 
 namespace fs = std::filesystem;
 
@@ -29,18 +31,54 @@ Common::Error WriteFailure(Common::Error cause) {
 
 }  // namespace
 
-ReportManager::~ReportManager() { RemoveScratch(); }
+ReportManager::~ReportManager() {
+    DiscardArchive();
+    RemoveScratch();
+}
 
 void ReportManager::Add(ReportPtr item) { items_.push_back(std::move(item)); }
+
+Common::Error ReportManager::OpenTarget(const fs::path& fileName) {
+    DiscardArchive();
+    Common::RemoveStaleRunFiles(fileName.parent_path().empty() ? fs::path(".") : fileName.parent_path(),
+                                Common::kPartialArchivePrefix, Common::kPartialArchiveSuffix);
+    std::error_code ec;
+    fs::file_status status = fs::status(fileName, ec);
+    Common::Error refused;
+    // Write-then-rename would replace a read-only file without asking, and fail only at the very end on a
+    // folder.
+    if (fs::is_directory(status)) {
+        refused = Common::Error::AddErrno(EISDIR);
+    } else if (fs::exists(status) &&
+               (status.permissions() & (fs::perms::owner_write | fs::perms::group_write | fs::perms::others_write)) ==
+                   fs::perms::none) {
+        refused = Common::Error::AddErrno(EACCES);
+    }
+    std::unique_ptr<Zip::ZipWriter> archive;
+    if (refused.Failed()) {
+        refused = refused.WithField({"path", Common::ErrorField::Kind::Text, Common::PathToUtf8(fileName), 0});
+    } else {
+        refused = Zip::ZipWriter::Create(fileName, archive);
+    }
+    if (refused.Failed()) {
+        return Common::Error::Make(Common::Codes::kCreateFile, L"Error occurred while creating the file.", refused);
+    }
+    std::lock_guard guard(runningLock_);
+    archive_ = std::move(archive);
+    target_ = fileName;
+    return {};
+}
 
 Common::Error ReportManager::Create(std::optional<fs::path> scratchParent) {
     entries_.clear();
     RemoveScratch();
     std::error_code ec;
     fs::path parent = scratchParent ? *scratchParent : fs::temp_directory_path(ec);
-    fs::path scratch = parent / (L"SystemReport-" + Common::NewScratchName());
-    if (ec || !fs::create_directory(scratch, ec) || ec) {
-        Common::Log::Error("Cannot make the scratch folder '" + Common::PathToUtf8(scratch) + "': " + ec.message());
+    if (!ec) Common::RemoveStaleRunFiles(parent, Common::kScratchPrefix);
+    fs::path scratch;
+    if (!ec) ec = Common::MakePrivateRunFolder(parent, Common::kScratchPrefix, scratch);
+    if (ec) {
+        Common::Log::Error("Cannot make the scratch folder in '" + Common::PathToUtf8(parent) + "': " + ec.message());
         return Common::Error::Make(Common::Codes::kOpenFile, L"Error occurred while opening the file.");
     }
     scratch_ = scratch;
@@ -56,34 +94,80 @@ Common::Error ReportManager::Create(std::optional<fs::path> scratchParent) {
         std::lock_guard guard(runningLock_);
         running_.reset();
     }
-    if (canceled_) return Common::Error::Make(Common::Codes::kCanceled, L"Canceled.");
+    if (canceled_) return Canceled();
     return {};
 }
 
 Common::Error ReportManager::SaveAs(const fs::path& fileName) {
-    std::unique_ptr<Zip::ZipWriter> zip;
-    if (Common::Error error = Zip::ZipWriter::Create(fileName, zip); error.Failed()) {
-        return Common::Error::Make(Common::Codes::kCreateFile, L"Error occurred while creating the file.", error);
+    if (canceled_) return Canceled();
+    if (!archive_ || target_ != fileName) {
+        if (Common::Error error = OpenTarget(fileName); error.Failed()) {
+            RemoveScratch();
+            return error;
+        }
     }
-    EntryWriter writer(*zip);
+    Common::Error result;
+    // The target (an older archive there) and the archive being written, known by identity: a target inside
+    // a product folder is met by the walk under any spelling.
+    std::vector<FileIdentity> own;
+    for (const fs::path* path : {&target_, &archive_->TemporaryPath()}) {
+        if (auto identity = IdentityOfPath(*path)) own.push_back(*identity);
+    }
+    EntryWriter writer(*archive_, [&own](const OpenFile& file) {
+        auto identity = file.Identity();
+        return identity && std::find(own.begin(), own.end(), *identity) != own.end();
+    });
     for (const FileEntry& entry : entries_) {
+        if (canceled_) break;
         const std::string name = ArchiveName(entry.archiveName);
-        Common::Error error = EntryWriter::Contained("Report entry '" + name + "'", [&] {
+        result = EntryWriter::Contained("Report entry '" + name + "'", [&] {
             return entry.folder ? writer.StoreFolder(entry.source, name.empty() || name.back() == '/' ? name : name + "/",
                                                      entry.recursive, entry.filter.get())
                                 : writer.StoreFile(entry.source, name, entry.filter.get());
         });
-        if (error.Failed()) return error;
+        if (result.Failed()) break;
     }
-    if (Common::Error error = zip->Commit(); error.Failed()) return WriteFailure(error);
+    if (result.Succeeded() && !canceled_) {
+        if (Common::Error error = archive_->Commit(); error.Failed()) result = WriteFailure(error);
+    }
+    // A stop makes the archive refuse entries, which reads as a write failure: the cancel is the reason.
+    if (canceled_) return Canceled();
+    DiscardArchive();
     RemoveScratch();
-    return {};
+    return result;
 }
 
 void ReportManager::Stop() {
     canceled_ = true;
     std::lock_guard guard(runningLock_);
     if (running_) running_->Stop();
+    if (archive_) archive_->Abort();
+}
+
+bool ReportManager::IsOwnFile(const fs::path& path) const {
+    std::lock_guard guard(runningLock_);
+    if (!archive_) return false;
+    // Compared as files, not as names: a relative target, another spelling or a link to it are the same file.
+    for (const fs::path* own : {&target_, &archive_->TemporaryPath()}) {
+        std::error_code ec;
+        if (fs::equivalent(path, *own, ec)) return true;
+    }
+    return false;
+}
+
+Common::Error ReportManager::Canceled() {
+    DiscardArchive();
+    RemoveScratch();
+    return Common::Error::Make(Common::Codes::kCanceled, L"Canceled.");
+}
+
+void ReportManager::DiscardArchive() {
+    std::unique_ptr<Zip::ZipWriter> archive;
+    {
+        std::lock_guard guard(runningLock_);
+        archive = std::move(archive_);
+        target_.clear();
+    }
 }
 
 void ReportManager::RemoveScratch() {

@@ -41,6 +41,21 @@ TEST(StringsTest, PathsRoundTripThroughUtf8) {
     EXPECT_EQ(PathToUtf8(PathFromUtf8(name)), name);
 }
 
+// A name that is no text in the platform's encoding (a Latin-1 byte on POSIX systems, an unpaired surrogate
+// on Windows) converts without throwing; POSIX bytes come back unchanged, the wide text shows U+FFFD.
+TEST(StringsTest, PathsThatAreNotTextConvertWithoutThrowing) {
+    using Native = std::filesystem::path::string_type;
+    constexpr bool kBytes = sizeof(Native::value_type) == 1;
+    Native native{'c', 'a', 'f', static_cast<Native::value_type>(kBytes ? 0xE9 : 0xD800)};
+    std::filesystem::path path(native);
+    EXPECT_EQ(PathToWide(path), kBytes ? std::wstring(L"caf\xFFFD") : std::wstring(native.begin(), native.end()));
+    std::string text = PathToUtf8(path);
+    EXPECT_EQ(text, kBytes ? std::string("caf\xE9") : std::string("caf\xEF\xBF\xBD"));
+    if (kBytes) {
+        EXPECT_EQ(PathFromUtf8(text), path);
+    }
+}
+
 TEST(SourcePositionTest, FunctionNamesLoseReturnTypeAndParameters) {
     EXPECT_EQ(ShortFunctionName("virtual Common::Error SystemReport::ReportProcessBase::Create(const std::filesystem::"
                                 "__cxx11::path&, SystemReport::FileEntries&)"),

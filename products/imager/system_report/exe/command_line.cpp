@@ -6,18 +6,24 @@
 namespace SystemReport {
 namespace {
 
-constexpr std::wstring_view kFileNameOption = L"/filename:";
-constexpr std::wstring_view kSilentOption = L"/silent";
+// The options are ASCII, so each of their characters is one unit in either native encoding.
+Argument Native(std::string_view ascii) { return Argument(ascii.begin(), ascii.end()); }
 
-bool IsHelpWord(std::wstring_view argument) {
-    return argument == L"/?" || argument == L"?" || argument == L"/help" || argument == L"/h";
+const Argument kFileNameOption = Native("/filename:");
+const Argument kSilentOption = Native("/silent");
+
+bool IsHelpWord(const Argument& argument) {
+    for (std::string_view word : {"/?", "?", "/help", "/h"}) {
+        if (argument == Native(word)) return true;
+    }
+    return false;
 }
 
 }  // namespace
 
-CommandLine ParseCommandLine(const std::vector<std::wstring>& arguments) {
+CommandLine ParseCommandLine(const std::vector<Argument>& arguments) {
     CommandLine line;
-    for (const std::wstring& argument : arguments) {
+    for (const Argument& argument : arguments) {
         if (IsHelpWord(argument)) {
             line.help = true;
             return line;

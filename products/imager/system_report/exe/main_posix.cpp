@@ -1,12 +1,10 @@
-// Entry point on POSIX systems: arguments arrive as UTF-8.
-#include <string>
+// Entry point on POSIX systems: arguments are bytes and are passed on as such, so that a path in any
+// encoding reaches the file system unchanged.
 #include <vector>
 
-#include "core/common/strings.h"
 #include "products/imager/system_report/exe/system_report_main.h"
 
 int main(int argc, char** argv) {
-    std::vector<std::wstring> arguments;
-    for (int i = 1; i < argc; ++i) arguments.push_back(Common::Utf8ToWide(argv[i]));
+    std::vector<SystemReport::Argument> arguments(argv + 1, argv + argc);
     return SystemReport::SystemReportMain(arguments);
 }

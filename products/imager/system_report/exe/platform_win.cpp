@@ -1,6 +1,8 @@
 // Windows half of the entry point's platform needs.
 #include <stdlib.h>
 
+#include <mutex>
+
 #include "core/common/log.h"
 #include "core/common/windows_handles.h"
 #include "products/imager/system_report/exe/platform.h"
@@ -29,7 +31,56 @@ const bool kProcessPrepared = [] {
     return true;
 }();
 
+// The system ends a process at most five seconds after a close, logoff or shutdown notice; the run gets most
+// of that to remove what it made.
+constexpr DWORD kCloseGraceMilliseconds = 4000;
+
+std::mutex stopLock;
+std::function<void()>* stopCallback = nullptr;  // under stopLock
+// Set once the run has ended; made once and kept for the process, as a handler may still wait on it.
+const Common::KernelHandle runEnded(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+
+// Called by the system on a thread of its own.
+BOOL WINAPI OnConsoleControl(DWORD type) {
+    {
+        std::lock_guard guard(stopLock);
+        if (!stopCallback) return FALSE;
+        Common::Log::Info("Stop requested by console event " + std::to_string(type) + ": the run is canceled.");
+        (*stopCallback)();
+    }
+    // After Ctrl+C or Ctrl+Break the process goes on and ends its run; after the other notices it is ended
+    // as soon as this returns, so wait for the run's clean-up first.
+    if (type != CTRL_C_EVENT && type != CTRL_BREAK_EVENT) WaitForSingleObject(runEnded.Get(), kCloseGraceMilliseconds);
+    return TRUE;
+}
+
 }  // namespace
+
+// The program is a GUI-subsystem process without a window: the console notices reach it only when it runs
+// attached to a console, and a logoff or shutdown ends it without a WM_QUERYENDSESSION (that needs a
+// top-level window). What such an end leaves behind is removed by the next run.
+struct StopRequests::State {
+    std::function<void()> onStop;
+};
+
+StopRequests::StopRequests(std::function<void()> onStop) : state_(std::make_unique<State>()) {
+    state_->onStop = std::move(onStop);
+    {
+        std::lock_guard guard(stopLock);
+        stopCallback = &state_->onStop;
+    }
+    if (runEnded) ResetEvent(runEnded.Get());
+    if (!SetConsoleCtrlHandler(&OnConsoleControl, TRUE)) {
+        Common::Log::Warning("Stop requests of the console cannot be watched.");
+    }
+}
+
+StopRequests::~StopRequests() {
+    SetConsoleCtrlHandler(&OnConsoleControl, FALSE);
+    std::lock_guard guard(stopLock);
+    stopCallback = nullptr;
+    if (runEnded) SetEvent(runEnded.Get());
+}
 
 void PrepareProcess() { (void)kProcessPrepared; }
 

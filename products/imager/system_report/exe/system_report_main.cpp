@@ -61,18 +61,14 @@ Logging_Handle StartLogging(const std::optional<std::filesystem::path>& logRoot)
 
 // The folder of the executable, whatever the current directory is; a path without a separator gives
 // the bare name.
-std::wstring DefaultArchivePath() {
-    std::wstring executable = Common::ExecutablePath().wstring();
-    size_t separator = executable.find_last_of(L"\\/");
-    return (separator == std::wstring::npos ? std::wstring() : executable.substr(0, separator + 1)) + kDefaultArchiveName;
-}
+std::filesystem::path DefaultArchivePath() { return Common::ExecutablePath().parent_path() / kDefaultArchiveName; }
 
-void ShowResult(const std::wstring& fileName, const Common::Error& result) {
+void ShowResult(const std::filesystem::path& fileName, const Common::Error& result) {
     if (result.Failed()) {
         Platform::ShowMessage(L"Error while generating the system report.", Common::Product::kReportCaption,
                               Platform::BoxStyle::Error);
     } else {
-        Platform::ShowMessage(SuccessMessage(fileName), Common::Product::kReportCaption,
+        Platform::ShowMessage(SuccessMessage(Common::PathToWide(fileName)), Common::Product::kReportCaption,
                               Platform::BoxStyle::Information);
     }
 }
@@ -86,8 +82,8 @@ std::wstring SuccessMessage(const std::wstring& fileName) {
     return text;
 }
 
-void LogResult(const std::wstring& fileName, const Common::Error& result) {
-    std::string name = Common::WideToUtf8(fileName);
+void LogResult(const std::filesystem::path& fileName, const Common::Error& result) {
+    std::string name = Common::PathToUtf8(fileName);
     if (result.Failed()) {
         Common::Log::WriteError(Common::Log::kError, "System report generation to file '" + name + "' fails: ", result);
     } else {
@@ -95,7 +91,7 @@ void LogResult(const std::wstring& fileName, const Common::Error& result) {
     }
 }
 
-int SystemReportMain(const std::vector<std::wstring>& arguments) {
+int SystemReportMain(const std::vector<Argument>& arguments) {
     Platform::PrepareProcess();
     CommandLine line = ParseCommandLine(arguments);
     if (line.help) {
@@ -106,14 +102,19 @@ int SystemReportMain(const std::vector<std::wstring>& arguments) {
     std::optional<std::filesystem::path> logRoot = ProductLogRoot();
     Logging_Handle logging = StartLogging(logRoot);
 
-    std::wstring fileName = line.fileName.empty() ? DefaultArchivePath() : line.fileName;
-    Common::Log::Info("System report generation to file '" + Common::WideToUtf8(fileName) + "' started.");
+    std::filesystem::path fileName = line.fileName.empty() ? DefaultArchivePath() : line.fileName;
+    Common::Log::Info("System report generation to file '" + Common::PathToUtf8(fileName) + "' started.");
 
     InitializeSecureSockets();
     Platform::PulseStartEvent();
     ApplyLogRetention(logRoot, ProductLogChannels());
 
-    Common::Error result = Common::CatchErrors([&] { return GenerateReport(std::filesystem::path(fileName)); });
+    Common::Error result;
+    {
+        ReportManager manager;
+        Platform::StopRequests stops([&manager] { manager.Stop(); });
+        result = Common::CatchErrors([&] { return GenerateReport(manager, fileName); });
+    }
     LogResult(fileName, result);
     if (!line.silent) ShowResult(fileName, result);
 

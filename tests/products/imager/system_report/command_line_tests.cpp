@@ -29,14 +29,16 @@ TEST(CommandLineTest, ArgumentTable) {
         {{L"/filenamex.zip", L"/silentx", L"junk"}, false, false, L""},
     };
     for (const Case& c : cases) {
-        auto line = ParseCommandLine(c.arguments);
+        std::vector<SystemReport::Argument> arguments;
+        for (const std::wstring& argument : c.arguments) arguments.push_back(std::filesystem::path(argument).native());
+        auto line = ParseCommandLine(arguments);
         std::wstring shown;
         for (const auto& a : c.arguments) shown += a + L" ";
         SCOPED_TRACE(std::string(shown.begin(), shown.end()));
         EXPECT_EQ(line.help, c.help);
         if (!c.help) {
             EXPECT_EQ(line.silent, c.silent);
-            EXPECT_EQ(line.fileName, c.fileName);
+            EXPECT_EQ(line.fileName, std::filesystem::path(c.fileName));
         }
     }
 }

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <thread>
@@ -126,6 +127,83 @@ TEST(ReportManagerTest, CancelStopsTheRunningItemAndStartsNoOther) {
     EXPECT_EQ(result.Code(), 0x4000fu);
     EXPECT_EQ(result.Message(), L"Canceled.");
     EXPECT_TRUE(ran.empty());
+    EXPECT_TRUE(fs::is_empty(temp.path())) << "a canceled run leaves no scratch folder";
+}
+
+// A stop while the archive is written: no further entry, "Canceled.", and neither the unfinished archive
+// nor the scratch folder stays; an old archive at the target is kept.
+TEST(ReportManagerTest, CancelDuringSaveAsRemovesEverythingOfTheRun) {
+    struct StoppingFilter : SystemReport::CopyFileFilter {
+        SystemReport::ReportManager* manager = nullptr;
+        mutable int calls = 0;
+        Common::Error Filter(const std::string& text, std::string& filtered) const override {
+            if (++calls == 1) manager->Stop();
+            filtered = text;
+            return {};
+        }
+    };
+    TempFolder temp, scratchParent;
+    WriteFile(temp.path() / "r.zip", "old");
+    auto filter = std::make_shared<StoppingFilter>();
+    struct Item : SystemReport::Report {
+        std::shared_ptr<StoppingFilter> filter;
+        Common::Error Create(const fs::path& folder, FileEntries& entries) override {
+            for (const char* name : {"a.txt", "b.txt"}) {
+                WriteFile(folder / name, name);
+                entries.push_back({folder / name, std::wstring(name, name + 5), L"t", filter});
+            }
+            return {};
+        }
+    };
+    SystemReport::ReportManager manager;
+    filter->manager = &manager;
+    auto item = std::make_shared<Item>();
+    item->filter = filter;
+    manager.Add(item);
+    ASSERT_FALSE(manager.OpenTarget(temp.path() / "r.zip").Failed());
+    ASSERT_FALSE(manager.Create(scratchParent.path()).Failed());
+    EXPECT_EQ(manager.SaveAs(temp.path() / "r.zip").Code(), 0x4000fu);
+    EXPECT_EQ(filter->calls, 1);
+    EXPECT_EQ(TestSupport::ReadFile(temp.path() / "r.zip"), "old");
+    EXPECT_EQ(std::distance(fs::directory_iterator(temp.path()), fs::directory_iterator()), 1);
+    EXPECT_TRUE(fs::is_empty(scratchParent.path()));
+}
+
+// A folder or a read-only file as the target fails before anything is collected, and is left as it was.
+TEST(ReportManagerTest, TargetThatMustNotBeReplacedIsRefusedAtOnce) {
+    TempFolder temp;
+    fs::create_directory(temp.path() / "folder.zip");
+    WriteFile(temp.path() / "readonly.zip", "old");
+    fs::permissions(temp.path() / "readonly.zip", fs::perms::owner_read);
+    for (const char* name : {"folder.zip", "readonly.zip"}) {
+        SCOPED_TRACE(name);
+        SystemReport::ReportManager manager;
+        Common::Error refused = manager.OpenTarget(temp.path() / name);
+        EXPECT_EQ(refused.Code(), 0x4000au);
+        EXPECT_EQ(refused.Message(), L"Error occurred while creating the file.");
+    }
+    EXPECT_TRUE(fs::is_empty(temp.path() / "folder.zip"));
+    EXPECT_EQ(TestSupport::ReadFile(temp.path() / "readonly.zip"), "old");
+    EXPECT_EQ(std::distance(fs::directory_iterator(temp.path()), fs::directory_iterator()), 2);
+}
+
+// The target and the archive being written are the run's own, whatever the spelling; other files are not.
+TEST(ReportManagerTest, KnowsItsOwnFiles) {
+    TempFolder temp;
+    WriteFile(temp.path() / "r.zip", "old");
+    WriteFile(temp.path() / "other.zip", "x");
+    SystemReport::ReportManager manager;
+    EXPECT_FALSE(manager.IsOwnFile(temp.path() / "r.zip"));
+    ASSERT_FALSE(manager.OpenTarget(temp.path() / "r.zip").Failed());
+    std::vector<fs::path> own;
+    for (const auto& entry : fs::directory_iterator(temp.path())) {
+        if (manager.IsOwnFile(entry.path())) own.push_back(entry.path().filename());
+    }
+    std::sort(own.begin(), own.end());
+    ASSERT_EQ(own.size(), 2u);
+    EXPECT_EQ(own[1], "r.zip");
+    EXPECT_EQ(own[0].string().rfind(".SystemReport-", 0), 0u) << own[0];
+    EXPECT_TRUE(manager.IsOwnFile(temp.path() / "." / "r.zip"));
 }
 
 TEST(ReportManagerTest, ScratchFolderOrTargetThatCannotBeMadeFails) {
