@@ -112,17 +112,16 @@ TEST(ReportProcessBaseTest, AToolThatOutlivesTheTimeOutGivesNoEntryIsLeftRunning
     {
         SystemReport::ReportManager manager;
         manager.Add(std::make_shared<ToolItem>(
-            tools.QuotedTool(), L"--pid \"" + WideText(pid) + L"\" --sleep 1500 --write \"" + WideText(late) + L"\" done", 200ms));
+            tools.QuotedTool(), L"--pid \"" + WideText(pid) + L"\" --sleep 3000 --write \"" + WideText(late) + L"\" done", 200ms));
         manager.Add(std::make_shared<ToolItem>(tools.QuotedTool(), WritingItsFile(L"--exit 0")));
-        auto begin = std::chrono::steady_clock::now();
         ASSERT_TRUE(manager.Create(scratchParent.path()).Succeeded());
-        EXPECT_LT(std::chrono::steady_clock::now() - begin, 1400ms);
+        // The run did not wait for the tool: its late file is written 3 s after its start, only later.
+        EXPECT_FALSE(fs::exists(late));
         ASSERT_EQ(manager.Entries().size(), 1u);
         EXPECT_EQ(TestSupport::ReadFile(manager.Entries()[0].source), "tool output");
     }
     // Not killed, not even when its item is gone: it finishes its work on its own, and a later starter
     // reaps it.
-    EXPECT_FALSE(fs::exists(late));
     ASSERT_TRUE(WaitFor([&] { return fs::exists(late); }));
     ProcessStarterImpl().Start(tools.QuotedTool(), L"--sleep 300");
     EXPECT_TRUE(TestTool::WaitForEnd(std::stoul(TestSupport::ReadFile(pid)), 20s));
