@@ -99,6 +99,16 @@ check "refused folder left empty" [ -d "$work/targets/folder.zip" -a -z "$(ls -A
 check "refused read-only archive keeps its bytes" [ "$(cat "$work/targets/readonly.zip")" = "old archive" ]
 check "no partial archive left beside the targets" [ -z "$(find "$work/targets" -name '.SystemReport-*')" ]
 
+# A target inside the product's data folder: neither the archive being written nor the one an earlier run
+# left there is packed into the new one.
+product=$(dirname "$(dirname "$(dirname "$log")")")
+for round in 1 2; do
+  status=0; run /silent "/filename:$(native "$product/inside.zip")" >/dev/null 2>&1 || status=$?
+  check "target inside the product folder, run $round, exits 0 (got $status)" [ "$status" -eq 0 ]
+done
+check "the run's own archive is not packed into itself" \
+  bash -c "! unzip -Z1 '$product/inside.zip' | grep -qE 'inside\.zip|\.partial'"
+
 if [ "$mode" = linux ]; then
   # 6. Stops. A large incompressible product file makes the packing last long enough to be caught. SIGINT
   # and SIGTERM, once the private scratch folder exists and once the archive is being written, cancel the
