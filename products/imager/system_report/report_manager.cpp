@@ -110,8 +110,8 @@ Common::Error ReportManager::SaveAs(const fs::path& fileName) {
     // The target (an older archive there) and the archive being written, known by identity: a target inside
     // a product folder is met by the walk under any spelling.
     std::vector<FileIdentity> own;
-    for (const fs::path* path : {&target_, &archive_->TemporaryPath()}) {
-        if (auto identity = IdentityOfPath(*path)) own.push_back(*identity);
+    for (const fs::path& path : {target_, archive_->TemporaryPath()}) {
+        if (auto identity = IdentityOfPath(path)) own.push_back(*identity);
     }
     EntryWriter writer(*archive_, [&own](const OpenFile& file) {
         auto identity = file.Identity();
