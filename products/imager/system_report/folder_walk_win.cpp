@@ -9,6 +9,8 @@
 #include <cwctype>
 #include <vector>
 
+#include "products/imager/system_report/link_check.h"
+
 namespace SystemReport {
 namespace {
 
@@ -153,6 +155,10 @@ OpenedEntry OpenFolder::OpenRoot(const std::filesystem::path& path) {
     const std::filesystem::path entry = path.has_filename() ? path : path.parent_path();
     OpenedEntry opened = Opened(LongPath(entry), GENERIC_READ, kShare, OPEN_EXISTING, 0);
     if (opened.kind == EntryKind::File) opened = OpenedEntry{EntryKind::Missing, nullptr, nullptr, {}};
+    // Wine opens a host's link to a folder as the folder itself, with no reparse point on the handle; its
+    // directory entry still shows one. Asked after the open, a swap in between can only make a real folder
+    // look like a link, never the other way round.
+    if (opened.kind == EntryKind::Folder && IsLink(entry)) opened = OpenedEntry{EntryKind::Link, nullptr, nullptr, {}};
     return opened;
 }
 
