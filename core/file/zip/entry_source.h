@@ -40,6 +40,26 @@ public:
     virtual Common::Error Push(std::string_view bytes, bool last, std::string& stored) = 0;
 };
 
+// An entry's bytes held in memory.
+class MemorySource final : public EntrySource {
+public:
+    explicit MemorySource(std::string data) : data_(std::move(data)) {}
+    std::uint64_t SizeHint() const override { return data_.size(); }
+    Common::Error Read(std::span<char> buffer, std::size_t& got) override {
+        got = data_.copy(buffer.data(), buffer.size(), position_);
+        position_ += got;
+        return {};
+    }
+    Common::Error Rewind() override {
+        position_ = 0;
+        return {};
+    }
+
+private:
+    std::string data_;
+    std::size_t position_ = 0;
+};
+
 // Turns an entry's bytes into what is stored. Either a function of the whole text, which then has to be
 // held in memory (up to kWholeTextLimit; a larger entry is dropped), or a maker of a TransformStream,
 // which sees the text in pieces and holds only what it needs.

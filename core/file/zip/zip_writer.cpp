@@ -144,25 +144,6 @@ private:
 
 using Source = EntrySource;
 
-class MemorySource final : public Source {
-public:
-    explicit MemorySource(std::string data) : data_(std::move(data)) {}
-    std::uint64_t SizeHint() const override { return data_.size(); }
-    Error Read(std::span<char> buffer, std::size_t& got) override {
-        got = data_.copy(buffer.data(), buffer.size(), position_);
-        position_ += got;
-        return {};
-    }
-    Error Rewind() override {
-        position_ = 0;
-        return {};
-    }
-
-private:
-    std::string data_;
-    std::size_t position_ = 0;
-};
-
 // Marks the failures of a caller's source, so that they drop the entry and not the archive.
 class MarkedSource final : public Source {
 public:

@@ -37,26 +37,6 @@ bool EndsWith(const NativeName& name, std::string_view suffix) {
     return name.size() >= suffix.size() && std::equal(suffix.begin(), suffix.end(), name.end() - suffix.size());
 }
 
-// A settings copy's text when its file beside the original cannot be made.
-class TextSource final : public Zip::EntrySource {
-public:
-    explicit TextSource(std::string text) : text_(std::move(text)) {}
-    std::uint64_t SizeHint() const override { return text_.size(); }
-    Common::Error Read(std::span<char> buffer, std::size_t& got) override {
-        got = text_.copy(buffer.data(), buffer.size(), position_);
-        position_ += got;
-        return {};
-    }
-    Common::Error Rewind() override {
-        position_ = 0;
-        return {};
-    }
-
-private:
-    std::string text_;
-    std::size_t position_ = 0;
-};
-
 }  // namespace
 
 Common::Error EntryWriter::StoreFile(const fs::path& source, const std::string& name, const CopyFileFilter* filter) {
@@ -81,7 +61,7 @@ Common::Error EntryWriter::StoreFile(const fs::path& source, const std::string& 
         Common::Log::WriteError(Common::Log::kError, "Report file '" + stored + "' is left out: ", error);
         return {};
     }
-    return Add(stored, std::make_unique<TextSource>(std::move(filtered)), ModifiedTime(source), nullptr);
+    return Add(stored, std::make_unique<Zip::MemorySource>(std::move(filtered)), ModifiedTime(source), nullptr);
 }
 
 Common::Error EntryWriter::StoreFolder(const fs::path& folder, const std::string& prefix, bool recursive,
@@ -201,7 +181,7 @@ Common::Error EntryWriter::StoreSettings(OpenFolder& folder, const NativeName& n
     }
     if (made.Failed()) {
         Common::Log::WriteError(Common::Log::kDebug, "The scrubbed copy of '" + stored + "' is kept in memory: ", made);
-        return Add(stored, std::make_unique<TextSource>(std::move(text)), file.Modified(), filter);
+        return Add(stored, std::make_unique<Zip::MemorySource>(std::move(text)), file.Modified(), filter);
     }
     std::string().swap(text);
     return Add(stored, std::move(copy), file.Modified(), filter);
