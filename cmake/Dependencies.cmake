@@ -2,7 +2,7 @@
 # Linux takes Debian's -dev packages; the mingw builds take zlib from the mingw sysroot and the rest from
 # the prefix that scripts/build-mingw-deps.sh fills (SYSTEM_REPORT_DEPS_PREFIX).
 
-set(SYSTEM_REPORT_DEPS_PREFIX "" CACHE PATH "Prefix holding the mingw builds of OpenSSL, miniupnpc and PCRE2")
+set(SYSTEM_REPORT_DEPS_PREFIX "" CACHE PATH "Prefix holding the mingw builds of OpenSSL, PCRE2 and libdeflate")
 if(WIN32 AND NOT SYSTEM_REPORT_DEPS_PREFIX)
   message(FATAL_ERROR "Set SYSTEM_REPORT_DEPS_PREFIX (scripts/build-mingw-deps.sh prints it) for Windows builds")
 endif()
@@ -42,16 +42,13 @@ foreach(width 8 16)
   add_library(sr::pcre2_${width} ALIAS sr_pcre2_${width})
 endforeach()
 
-find_path(SR_MINIUPNPC_INCLUDE_DIR miniupnpc/miniupnpc.h REQUIRED)
-find_library(SR_MINIUPNPC_LIBRARY NAMES miniupnpc REQUIRED)
-add_library(sr_miniupnpc INTERFACE)
-target_include_directories(sr_miniupnpc SYSTEM INTERFACE ${SR_MINIUPNPC_INCLUDE_DIR})
-target_link_libraries(sr_miniupnpc INTERFACE ${SR_MINIUPNPC_LIBRARY})
-if(WIN32)
-  target_compile_definitions(sr_miniupnpc INTERFACE MINIUPNP_STATICLIB)
-  target_link_libraries(sr_miniupnpc INTERFACE ws2_32 iphlpapi)
-endif()
-add_library(sr::miniupnpc ALIAS sr_miniupnpc)
+# The deflate engine of the zip writer (zlib stays for CRC combining and for reading compressed data).
+find_path(SR_LIBDEFLATE_INCLUDE_DIR libdeflate.h REQUIRED)
+find_library(SR_LIBDEFLATE_LIBRARY NAMES deflate REQUIRED)
+add_library(sr_libdeflate INTERFACE)
+target_include_directories(sr_libdeflate SYSTEM INTERFACE ${SR_LIBDEFLATE_INCLUDE_DIR})
+target_link_libraries(sr_libdeflate INTERFACE ${SR_LIBDEFLATE_LIBRARY})
+add_library(sr::libdeflate ALIAS sr_libdeflate)
 
 if(NOT WIN32)
   find_package(PkgConfig REQUIRED)

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds static OpenSSL, miniupnpc and PCRE2 (8- and 16-bit, with JIT) for a
+# Builds static OpenSSL, PCRE2 (8- and 16-bit, with JIT) and libdeflate for a
 # mingw-w64 target from the upstream tarballs of Debian's source packages.
 #
 #   scripts/build-mingw-deps.sh x86_64-w64-mingw32|i686-w64-mingw32
@@ -8,7 +8,7 @@
 # stderr.  Prefixes live in a cache outside the work tree:
 #
 #   ${SYSTEM_REPORT_DEPS_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/system-report-deps}
-#       /<triplet>-openssl-<v>_miniupnpc-<v>_pcre2-<v>-r<recipe>
+#       /<triplet>-openssl-<v>_pcre2-<v>_libdeflate-<v>-r<recipe>
 #
 # A new Debian upload of any of the three, or a bump of RECIPE_REVISION (do
 # that whenever the build flags below change), gives a new directory, so an
@@ -169,19 +169,6 @@ build_openssl() {
         make "${dirs[@]}" DESTDIR="$staging" install_dev)
 }
 
-build_miniupnpc() {
-    local src
-    src=$(fetch_source miniupnpc "$miniupnpc_version")
-    cmake_build "$src" "$scratch/build/miniupnpc" \
-        -DUPNPC_BUILD_STATIC=ON -DUPNPC_BUILD_SHARED=OFF \
-        -DUPNPC_BUILD_TESTS=OFF -DUPNPC_BUILD_SAMPLE=OFF
-    # Upstream's .pc is written for a shared build (and says 2.2.3 in 2.2.4).
-    sed -i -E -e 's/^Version:.*/Version: '"$miniupnpc_version"'/' \
-        -e 's/^Cflags:.*/& -DMINIUPNP_STATICLIB/' \
-        -e '$a Libs.private: -lws2_32 -liphlpapi' \
-        "$staging$prefix/lib/pkgconfig/miniupnpc.pc"
-}
-
 build_pcre2() {
     local src
     src=$(fetch_source pcre2 "$pcre2_version")
@@ -193,6 +180,26 @@ build_pcre2() {
     sed -i -E 's/^Cflags:.*/& -DPCRE2_STATIC/' "$staging$prefix"/lib/pkgconfig/libpcre2-*.pc
     rm -rf "$staging$prefix/man" "$staging$prefix/share/doc/pcre2"
     rmdir --ignore-fail-on-non-empty "$staging$prefix/share"
+}
+
+# Upstream's Makefile names a mingw static library libdeflatestatic.lib and
+# builds the DLL and programs by default; only the library is wanted.
+build_libdeflate() {
+    local src
+    src=$(fetch_source libdeflate "$libdeflate_version")
+    make -C "$src" -j"$jobs" CC="$triplet-gcc-posix" AR="$triplet-ar" \
+        libdeflatestatic.lib
+    install -D -m644 "$src/libdeflatestatic.lib" "$staging$prefix/lib/libdeflate.a"
+    install -D -m644 "$src/libdeflate.h" "$staging$prefix/include/libdeflate.h"
+    mkdir -p "$staging$prefix/lib/pkgconfig"
+    cat >"$staging$prefix/lib/pkgconfig/libdeflate.pc" <<EOF
+prefix=$prefix
+Name: libdeflate
+Description: whole-buffer DEFLATE compression
+Version: $libdeflate_version
+Libs: -L\${prefix}/lib -ldeflate
+Cflags: -I\${prefix}/include
+EOF
 }
 
 timed() {
@@ -272,19 +279,25 @@ int main(void) {
     return ok8 && ok16 ? 0 : 1;
 }
 EOF
-    cat >"$dir/miniupnpc.c" <<'EOF'
-#include <miniupnpc/miniupnpc.h>
-#include <miniupnpc/upnpcommands.h>
+    cat >"$dir/libdeflate.c" <<'EOF'
+#include <libdeflate.h>
 #include <stdio.h>
-int main(int argc, char **argv) {
-    (void)argv;
-    if (argc > 1) { /* referenced, not run: discovery would touch the network */
-        int err = 0;
-        struct UPNPDev *devs = upnpDiscover(1000, NULL, NULL, 0, 0, 2, &err);
-        freeUPNPDevlist(devs);
-        return UPNP_GetConnectionTypeInfo(NULL, NULL, NULL);
+#include <string.h>
+int main(void) {
+    static char text[100000], packed[110000], back[100000];
+    struct libdeflate_compressor *c = libdeflate_alloc_compressor(6);
+    struct libdeflate_decompressor *d = libdeflate_alloc_decompressor();
+    size_t n, out = 0;
+    for (n = 0; n < sizeof text; n++) text[n] = "system report "[n % 14] + (char)(n / 7000);
+    n = c ? libdeflate_deflate_compress(c, text, sizeof text, packed, sizeof packed) : 0;
+    if (!d || n == 0 || n > sizeof text / 10
+        || libdeflate_deflate_decompress(d, packed, n, back, sizeof back, &out) != LIBDEFLATE_SUCCESS
+        || out != sizeof text || memcmp(text, back, out) != 0
+        || libdeflate_crc32(0, "abc", 3) != 0x352441c2u) {
+        puts("libdeflate: FAILED");
+        return 1;
     }
-    printf("miniupnpc: ok\n");
+    puts("libdeflate: ok");
     return 0;
 }
 EOF
@@ -304,7 +317,7 @@ EOF
     }
     link_test openssl openssl
     link_test pcre2 libpcre2-8 libpcre2-16
-    link_test miniupnpc miniupnpc
+    link_test libdeflate libdeflate
 
     if ! wine=$(find_wine); then
         say "verify: test programs link (not run: no Wine for $triplet)"
@@ -313,9 +326,9 @@ EOF
     local -A expect=(
         [openssl]="openssl: ok OpenSSL $openssl_version "
         [pcre2]="pcre2: 8-bit jit ok, 16-bit jit ok"
-        [miniupnpc]="miniupnpc: ok")
+        [libdeflate]="libdeflate: ok")
     local exe out
-    for exe in openssl pcre2 miniupnpc; do
+    for exe in openssl pcre2 libdeflate; do
         out=$(WINEPREFIX=$scratch/wineprefix WINEDEBUG=-all "$wine" "$dir/$exe.exe" | tr -d '\r') ||
             die "verify: $exe.exe failed under Wine: $out"
         [[ $out == "${expect[$exe]}"* ]] || die "verify: unexpected output from $exe.exe: $out"
@@ -327,12 +340,12 @@ main() {
     wait_for_parallel_apt
     ensure_tools
     ensure_deb_src
-    source_uris=$(apt-get source --print-uris --only-source openssl miniupnpc pcre2 2>/dev/null) ||
+    source_uris=$(apt-get source --print-uris --only-source openssl pcre2 libdeflate 2>/dev/null) ||
         die "apt-get source --print-uris failed"
     openssl_version=$(upstream_version openssl)
-    miniupnpc_version=$(upstream_version miniupnpc)
     pcre2_version=$(upstream_version pcre2)
-    local key="$triplet-openssl-${openssl_version}_miniupnpc-${miniupnpc_version}_pcre2-${pcre2_version}-r$RECIPE_REVISION"
+    libdeflate_version=$(upstream_version libdeflate)
+    local key="$triplet-openssl-${openssl_version}_pcre2-${pcre2_version}_libdeflate-${libdeflate_version}-r$RECIPE_REVISION"
     prefix=$cache_root/$key
 
     mkdir -p "$cache_root"
@@ -364,11 +377,11 @@ main() {
     write_toolchain_file
     local start=$SECONDS
     timed openssl
-    timed miniupnpc
     timed pcre2
+    timed libdeflate
     verify
-    printf 'recipe %s\nopenssl %s\nminiupnpc %s\npcre2 %s\n' "$RECIPE_REVISION" \
-        "$openssl_version" "$miniupnpc_version" "$pcre2_version" >"$staging$prefix/$STAMP"
+    printf 'recipe %s\nopenssl %s\npcre2 %s\nlibdeflate %s\n' "$RECIPE_REVISION" \
+        "$openssl_version" "$pcre2_version" "$libdeflate_version" >"$staging$prefix/$STAMP"
     rm -rf "$prefix"
     mv "$staging$prefix" "$prefix"
     set +x

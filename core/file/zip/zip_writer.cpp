@@ -231,9 +231,8 @@ private:
 struct Block {
     std::size_t index = 0;
     bool last = false;
-    std::string input;       // what was read; kept after compression only where the entry may be stored
-    std::string dictionary;  // without a transform: the end of the block before
-    std::string output;      // deflate blocks
+    std::string input;   // what was read; kept after compression only where the entry may be stored
+    std::string output;  // deflate blocks
     std::uint32_t crc = 0;   // of the bytes the block stands for in the entry, and their count
     std::uint64_t size = 0;
     std::size_t charged = 0;  // bytes counted against the memory budget
@@ -254,18 +253,10 @@ struct Job {
     bool returned = false;  // the Add call returned the failure to its caller
     // The transform sees the blocks in order, one worker at a time.
     std::size_t nextTransform = 0;
-    std::string transformTail;
     // Written so far.
     bool headerWritten = false;
     std::uint64_t written = 0;
 };
-
-std::string Tail(std::string_view before, std::string_view bytes) {
-    if (bytes.size() >= kDictionarySize) return std::string(bytes.substr(bytes.size() - kDictionarySize));
-    std::string tail(before.substr(before.size() - std::min(before.size(), kDictionarySize - bytes.size())));
-    tail += bytes;
-    return tail;
-}
 
 }  // namespace
 
@@ -390,13 +381,15 @@ struct ZipWriter::Impl {
         std::vector<char>& buffer = readBuffer;
         buffer.resize(tuning.blockSize);
         std::unique_ptr<Block> pending;
-        std::string tail;
         for (std::size_t index = 0;; ++index) {
-            // The block held back is charged already; with nothing else in flight it is let through.
+            // The block held back is charged already; with nothing else in flight it is let through. An entry
+            // that a worker gave up stops here: its blocks hold memory until the reading ends and it is dropped.
             Error error = WaitUntil([&] {
-                return inFlight + tuning.blockSize <= tuning.budget || inFlight <= (pending ? pending->charged : 0);
+                return job.failure.Failed() || inFlight + tuning.blockSize <= tuning.budget ||
+                       inFlight <= (pending ? pending->charged : 0);
             });
             if (error.Failed()) return error;
+            if (std::lock_guard lock(mutex); job.failure.Failed()) break;
             std::size_t filled = 0;
             for (std::size_t got = 1; got != 0 && filled < buffer.size(); filled += got) {
                 error = Common::CatchErrors([&] {
@@ -413,19 +406,13 @@ struct ZipWriter::Impl {
                 pending = std::make_unique<Block>();
                 pending->index = index;
                 pending->input.assign(buffer.data(), filled);
-                if (!job.transform) {
-                    pending->dictionary = std::move(tail);
-                    tail = Tail(pending->dictionary, pending->input);
-                }
                 std::lock_guard lock(mutex);
                 pending->charged = filled;
                 inFlight += filled;
             }
             if (ended) break;
-            std::lock_guard lock(mutex);
-            if (job.failure.Failed()) break;  // a worker gave the entry up; the writer logs why
         }
-        Dispatch(job, std::move(pending), true);
+        if (pending) Dispatch(job, std::move(pending), true);
         std::lock_guard lock(mutex);
         job.readDone = true;
         progress.notify_all();
@@ -523,7 +510,6 @@ struct ZipWriter::Impl {
 
     Error Process(Job& job, Block& block, BlockDeflater& deflater) {
         if (Skipped(job)) return {};
-        std::string dictionary = std::move(block.dictionary);
         if (job.transform) {
             {
                 std::unique_lock lock(mutex);
@@ -534,16 +520,13 @@ struct ZipWriter::Impl {
             Error error = job.transform->Push(block.input, block.last, stored);
             if (error.Failed()) return error;
             block.input = std::move(stored);
-            dictionary = job.transformTail;
-            job.transformTail = Tail(job.transformTail, block.input);
             std::lock_guard lock(mutex);
             ++job.nextTransform;
             turns.notify_all();
         }
-        block.crc = static_cast<std::uint32_t>(
-            crc32(0, reinterpret_cast<const Bytef*>(block.input.data()), static_cast<uInt>(block.input.size())));
+        block.crc = Crc32(0, block.input);
         block.size = block.input.size();
-        deflater.Compress(block.input, dictionary, block.last, block.output);
+        deflater.Compress(block.input, block.last, block.output);
         // Only an entry of one block may turn out smaller stored than deflated, and then its bytes are needed.
         if (block.index != 0 || !block.last || block.output.size() < block.input.size()) std::string().swap(block.input);
         return {};
@@ -608,7 +591,7 @@ struct ZipWriter::Impl {
 
     Error WriteFolder(Job& job) {
         job.entry.localHeaderOffset = out.Position();
-        job.entry.crc = static_cast<std::uint32_t>(crc32(0, nullptr, 0));
+        job.entry.crc = 0;
         if (Error error = out.Write(Format::LocalHeader(job.entry, false)); error.Failed()) return error;
         AddToDirectory(job.entry);
         PopJob();
@@ -621,7 +604,7 @@ struct ZipWriter::Impl {
             const bool single = block.index == 0 && block.last;
             entry.method = single && block.output.size() >= block.size ? Format::Method::Store : Format::Method::Deflate;
             entry.localHeaderOffset = out.Position();
-            entry.crc = static_cast<std::uint32_t>(crc32(0, nullptr, 0));
+            entry.crc = 0;
             if (Error error = out.Write(Format::LocalHeader(entry, job.zip64Sizes)); error.Failed()) return error;
             job.headerWritten = true;
         }
@@ -674,7 +657,7 @@ struct ZipWriter::Impl {
             return Drop(job);
         }
         entry.method = Format::Method::Deflate;
-        entry.crc = static_cast<std::uint32_t>(crc32(0, nullptr, 0));
+        entry.crc = 0;
         entry.uncompressedSize = entry.compressedSize = 0;
         if (Error error = out.Write(Format::LocalHeader(entry, true)); error.Failed()) return error;
         job.headerWritten = true;
@@ -682,7 +665,7 @@ struct ZipWriter::Impl {
         BlockDeflater deflater(kDeflateLevel);
         std::vector<char>& buffer = readBuffer;
         buffer.resize(tuning.blockSize);
-        std::string tail, output;
+        std::string output;
         for (std::size_t got = 1; got != 0;) {
             if (Error error = job.source->Read(buffer, got); error.Failed()) {
                 job.failure = error;
@@ -690,12 +673,10 @@ struct ZipWriter::Impl {
             }
             std::string_view chunk(buffer.data(), got);
             output.clear();
-            deflater.Compress(chunk, tail, got == 0, output);
+            deflater.Compress(chunk, got == 0, output);
             if (Error error = out.Write(output); error.Failed()) return error;
-            entry.crc = static_cast<std::uint32_t>(
-                crc32(entry.crc, reinterpret_cast<const Bytef*>(chunk.data()), static_cast<uInt>(got)));
+            entry.crc = Crc32(entry.crc, chunk);
             entry.uncompressedSize += got;
-            tail = Tail(tail, chunk);
         }
         entry.compressedSize = out.Position() - dataStart;
         if (Error error = out.PatchAt(entry.localHeaderOffset, Format::LocalHeader(entry, true)); error.Failed()) {

@@ -3,6 +3,23 @@
 
 namespace SystemReport {
 
+Common::Error OpenFile::Read(std::span<char> buffer, std::size_t& got) {
+    if (Common::Error error = ReadSome(buffer, got); error.Failed()) return error;
+    position_ += got;
+    if (got == 0 && !buffer.empty() && position_ < size_) {
+        return Common::Error::Make(Common::Codes::kOpenFile,
+                                   L"The file became shorter while it was read (" + std::to_wstring(position_) +
+                                       L" of " + std::to_wstring(size_) + L" bytes).");
+    }
+    return {};
+}
+
+Common::Error OpenFile::Rewind() {
+    if (Common::Error error = SeekToStart(); error.Failed()) return error;
+    position_ = 0;
+    return {};
+}
+
 Common::Error OpenFile::ReadAll(std::string& content) {
     if (size_ >= content.max_size()) {
         return Common::Error::Make(Common::Codes::kOpenFile, L"The file is too large to be read into memory.");

@@ -46,6 +46,8 @@ class OpenFile final : public Zip::EntrySource {
 public:
     OpenFile(WalkHandle handle, std::uint64_t size, std::time_t modified);
     std::uint64_t SizeHint() const override { return size_; }
+    // Fails where the file ends before the size it had when opened: it was cut short (or rewritten) while
+    // it was read, and what was read is not the file. A file that grows is read to its new end.
     Common::Error Read(std::span<char> buffer, std::size_t& got) override;
     Common::Error Rewind() override;
     std::time_t Modified() const { return modified_; }
@@ -56,8 +58,12 @@ public:
 
 private:
     friend class OpenFolder;
+    Common::Error ReadSome(std::span<char> buffer, std::size_t& got);
+    Common::Error SeekToStart();
+
     WalkHandle handle_;
     std::uint64_t size_;
+    std::uint64_t position_ = 0;
     std::time_t modified_;
 };
 

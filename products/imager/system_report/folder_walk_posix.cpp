@@ -79,7 +79,7 @@ std::optional<FileIdentity> IdentityOfPath(const std::filesystem::path& path) {
     return FileIdentity{static_cast<std::uint64_t>(info.st_dev), static_cast<std::uint64_t>(info.st_ino)};
 }
 
-Common::Error OpenFile::Read(std::span<char> buffer, std::size_t& got) {
+Common::Error OpenFile::ReadSome(std::span<char> buffer, std::size_t& got) {
     for (;;) {
         const ssize_t count = ::read(handle_.Get(), buffer.data(), buffer.size());
         if (count >= 0) {
@@ -90,18 +90,20 @@ Common::Error OpenFile::Read(std::span<char> buffer, std::size_t& got) {
     }
 }
 
-Common::Error OpenFile::Rewind() {
+Common::Error OpenFile::SeekToStart() {
     if (lseek(handle_.Get(), 0, SEEK_SET) == 0) return {};
     return SystemFailure(errno, L"Error occurred while reading the file.");
 }
 
 Common::Error OpenFile::WriteAll(std::string_view data) {
+    const std::uint64_t size = data.size();
     while (!data.empty()) {
         const ssize_t count = ::write(handle_.Get(), data.data(), data.size());
         if (count < 0 && errno == EINTR) continue;
         if (count <= 0) return SystemFailure(count < 0 ? errno : ENOSPC, L"Error occurred while writing the file.");
         data.remove_prefix(static_cast<std::size_t>(count));
     }
+    size_ = size;
     return Rewind();
 }
 

@@ -120,7 +120,7 @@ std::optional<FileIdentity> IdentityOfPath(const std::filesystem::path& path) {
     return IdentityOfHandle(file.Get());
 }
 
-Common::Error OpenFile::Read(std::span<char> buffer, std::size_t& got) {
+Common::Error OpenFile::ReadSome(std::span<char> buffer, std::size_t& got) {
     DWORD count = 0;
     const DWORD chunk = static_cast<DWORD>(std::min<std::size_t>(buffer.size(), 1u << 30));
     if (!ReadFile(handle_.Get(), buffer.data(), chunk, &count, nullptr)) {
@@ -130,13 +130,14 @@ Common::Error OpenFile::Read(std::span<char> buffer, std::size_t& got) {
     return {};
 }
 
-Common::Error OpenFile::Rewind() {
+Common::Error OpenFile::SeekToStart() {
     LARGE_INTEGER start{};
     if (SetFilePointerEx(handle_.Get(), start, nullptr, FILE_BEGIN)) return {};
     return SystemFailure(GetLastError(), L"Error occurred while reading the file.");
 }
 
 Common::Error OpenFile::WriteAll(std::string_view data) {
+    const std::uint64_t size = data.size();
     while (!data.empty()) {
         const DWORD chunk = static_cast<DWORD>(std::min<std::size_t>(data.size(), 1u << 30));
         DWORD count = 0;
@@ -145,6 +146,7 @@ Common::Error OpenFile::WriteAll(std::string_view data) {
         }
         data.remove_prefix(count);
     }
+    size_ = size;
     return Rewind();
 }
 

@@ -371,8 +371,8 @@ Zip::Transform Uppercasing(bool throws = false, std::latch* failed = nullptr) {
 
 }  // namespace
 
-// Entries of many blocks: each block deflated on its own, primed with the one before, joined into one
-// stream; incompressible blocks stored inside it; transforms fed in pieces or given the whole text.
+// Entries of many blocks: each block deflated on its own and joined into one stream; incompressible blocks
+// stored inside it; transforms fed in pieces or given the whole text.
 TEST_F(ZipReaderTest, EntriesOfManyBlocksReadBackExactly) {
     const std::string text = TextLines(20000), noise = RandomBytes(300000, 7);
     const std::string mixed = TextLines(3000) + RandomBytes(100000, 8) + TextLines(3000);

@@ -317,6 +317,25 @@ TEST_F(FolderEntryTest, LeftoverSettingsCopiesGoAndOthersOfThatNameStay) {
     EXPECT_EQ(zip.at("d/late.ini.for_report").data, "not marked");
 }
 
+// A product file cut short while it is read fails at its end (the writer then leaves it out); one that grows
+// is read to its new end, as a log the product goes on writing does.
+TEST(OpenFileTest, FileCutShortWhileReadFailsAndGrownFileIsReadWhole) {
+    TempFolder temp;
+    WriteFile(temp.path() / "cut.log", std::string(10000, 'a'));
+    WriteFile(temp.path() / "grown.log", "start");
+    SystemReport::OpenedEntry folder = SystemReport::OpenFolder::OpenRoot(temp.path());
+    ASSERT_TRUE(folder.folder);
+    SystemReport::OpenedEntry cut = folder.folder->Open(fs::path("cut.log").native());
+    SystemReport::OpenedEntry grown = folder.folder->Open(fs::path("grown.log").native());
+    ASSERT_TRUE(cut.file && grown.file);
+    fs::resize_file(temp.path() / "cut.log", 100);
+    WriteFile(temp.path() / "grown.log", "start and more");
+    std::string text;
+    EXPECT_EQ(cut.file->ReadAll(text).Code(), 0x40007u);
+    ASSERT_TRUE(grown.file->ReadAll(text).Succeeded());
+    EXPECT_EQ(text, "start and more");
+}
+
 // A folder fails to read on Linux (inside libstdc++'s stream buffer) and to open on Windows: an error either way.
 TEST(FilteredCopyFileTest, UnreadableSourceIsAnError) {
     TempFolder temp;
