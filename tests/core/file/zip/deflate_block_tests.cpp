@@ -14,8 +14,8 @@
 namespace {
 
 // Log-like text with enough variety that deflate chooses dynamic blocks, and several of them.
-std::string Text(std::size_t lines, unsigned seed) {
-    std::mt19937 random(seed);
+std::string Text(std::size_t lines, unsigned start) {
+    std::mt19937 random(start);
     static const char* const kWords[] = {"backup", "volume", "sector", "retry", "C:\\Images", "verified", "error"};
     std::string text;
     for (std::size_t i = 0; i < lines; ++i) {
@@ -26,8 +26,8 @@ std::string Text(std::size_t lines, unsigned seed) {
     return text;
 }
 
-std::string Noise(std::size_t size, unsigned seed) {
-    std::mt19937 random(seed);
+std::string Noise(std::size_t size, unsigned start) {
+    std::mt19937 random(start);
     std::string bytes(size, '\0');
     for (char& c : bytes) c = static_cast<char>(random());
     return bytes;
