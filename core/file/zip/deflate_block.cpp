@@ -1,7 +1,8 @@
 // Block compression over libdeflate, which compresses whole buffers into whole streams: each block is a
 // stream of its own, so it carries no history from the block before (1 MiB blocks of log text come out about
-// 1% larger than one stream, as large as zlib's blocks primed with the block before). To join the streams, the final block of each one but the last is found (ScanDeflate) and its
-// BFINAL bit cleared, and an empty stored block brings the stream to a byte boundary.
+// 1% larger than one stream, as large as zlib's blocks primed with the block before). To join the streams,
+// the final block of each one but the last is found (ScanDeflate) and its BFINAL bit cleared, and an empty
+// stored block brings the stream to a byte boundary.
 #include "core/file/zip/deflate_block.h"
 
 #include <libdeflate.h>

@@ -53,7 +53,6 @@ public:
     void AlignToByte() { position_ = (position_ + 7) & ~std::uint64_t{7}; }
     bool Overrun() const { return position_ > limit_; }
     std::uint64_t Position() const { return position_; }
-    std::uint64_t Limit() const { return limit_; }
 
 private:
     std::span<const std::uint8_t> bytes_;

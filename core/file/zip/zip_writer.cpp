@@ -231,9 +231,9 @@ private:
 struct Block {
     std::size_t index = 0;
     bool last = false;
-    std::string input;   // what was read; kept after compression only where the entry may be stored
-    std::string output;  // deflate blocks
-    std::uint32_t crc = 0;   // of the bytes the block stands for in the entry, and their count
+    std::string input;        // what was read; kept after compression only where the entry may be stored
+    std::string output;       // deflate blocks
+    std::uint32_t crc = 0;    // of the bytes the block stands for in the entry, and their count
     std::uint64_t size = 0;
     std::size_t charged = 0;  // bytes counted against the memory budget
     bool done = false;
